@@ -1,0 +1,357 @@
+/*
+ * NimbrelEngine: the exported functions of libNimbrelEngine, for C and C++.
+ *
+ * The library has no engine object: its state is made when it is loaded, and a host drives it through these functions.
+ * A host calls initEngine once, opens clouds with loadPointCloudFile, and calls shutdownEngine before it ends.
+ *
+ * Common to all functions:
+ *
+ *   bool          one byte; wchar_t has 32 bits.
+ *   path          zero-terminated wide string; the library turns it into UTF-8 for the system.
+ *   box           6 doubles: minimum x, y, z, then maximum x, y, z.
+ *   matrix        16 doubles, column by column.
+ *   point         3 doubles: x, y, z, in the units of the file.
+ *   attributes    5 bytes a point: red, green, blue, intensity, class (LAS numbers).
+ *   ownership     every buffer belongs to the caller, and is used only during the call.
+ *   failure       quiet: a neutral result (0, false or -1), and outputs left untouched. nimbrelLastError says more where
+ *                 the failure has a reason worth telling. No exception leaves the library, and no input ends the process.
+ *   diagnostics   plain lines on standard output. A host that prints results there redirects it around the library.
+ */
+#ifndef NIMBREL_ENGINE_H
+#define NIMBREL_ENGINE_H
+
+#include <stdbool.h>
+#include <stdint.h>
+#include <wchar.h>
+
+#if defined(__GNUC__)
+#define NIMBREL_API __attribute__((visibility("default")))
+#else
+#define NIMBREL_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Lifecycle --------------------------------------------------------------------------------------------------
+ * Called from one thread of the host, and not beside any other function. */
+
+/**
+ * Arms the engine; before that no cloud loads.
+ *
+ * key  zero-terminated text of the host's licence. This distribution accepts every key that is not empty.
+ *
+ * Returns 1, or -1 for a null, empty or blocked key; the engine is then not armed, even if it was before.
+ */
+NIMBREL_API int initEngine(const char* key);
+
+/**
+ * Closes clouds as reset does, then waits for the jobs of the worker threads and ends these for good. Logs "Joining
+ * Processor", "Joining Disk", "Joining OPC" and "Joining Cache" as it goes. Nothing loads or builds afterwards.
+ */
+NIMBREL_API void shutdownEngine(void);
+
+/**
+ * Closes clouds, first to last. It is an established oddity that each close moves the rest up by one place and the walk
+ * goes on to the next, so that every second cloud stays: of three clouds one. Call it until getNodeCount is 0
+ * for every id, or close each cloud.
+ */
+NIMBREL_API void reset(void);
+
+/** The version of the library, such as "0.1.0". The text lives as long as the library. Any thread. */
+NIMBREL_API const char* nimbrelVersion(void);
+
+/**
+ * Why the last load or build failed, in one line of UTF-8 without a file name; empty when none did. Loading and
+ * createOPC clear it when they begin. The text is valid until the calling thread asks again. Any thread.
+ */
+NIMBREL_API const char* nimbrelLastError(void);
+
+/* ---- The table of clouds ----------------------------------------------------------------------------------------
+ * A cloud is known by its id from the load that opened it until a close. Loads and the end of a close hold the table
+ * exclusively; everything else shares it, so that calls from several threads may overlap. An unknown id does nothing. */
+
+/**
+ * Opens a point file of version 17 or 18. Reads the header and the tree, not the points.
+ *
+ * path  the file. The first to open a path gets it for writing where the system allows that; later ones read only.
+ *
+ * Returns the id, or -1: the engine is not armed, the file does not exist, is no regular file, is shorter than 124
+ * bytes, or is damaged (its tree or its points' places do not fit the file). nimbrelLastError tells which.
+ *
+ * The id is the number of clouds that were open before, not a running number: after a cloud other than the last was
+ * closed, the next load can get the id of a living cloud, and calls then reach the older of the two.
+ *
+ * Cost: one read of the tree, and some 400 bytes of memory a node.
+ */
+NIMBREL_API int loadPointCloudFile(const wchar_t* path);
+
+/**
+ * Closes a cloud, once the load jobs of all clouds have stopped. Any selection of it is lost.
+ */
+NIMBREL_API void closePointCloud(int id);
+
+/** Whether the cloud takes part in drawing; true after a load. */
+NIMBREL_API void setEnabled(int id, bool enabled);
+
+/** The cloud's mask flag; false after a load. */
+NIMBREL_API void setMask(int id, bool mask);
+
+/** Scale of the cloud on all three axes, about its origin; 1.0 after a load. */
+NIMBREL_API void setScale(int id, double scale);
+
+/**
+ * Places the cloud in the world.
+ *
+ * matrix  16 doubles; the scale of setScale is applied before it.
+ */
+NIMBREL_API void setPointCloudPosition(int id, const double* matrix);
+
+/**
+ * Sets how the cloud is drawn. Values are stored as they come.
+ *
+ * lodFactor                       level of detail, 30 after a load; more shows more points
+ * colourMode                      what colours a point, 0 after a load
+ * smoothing, useLasColours, ignoreClipBox   flags, the low byte of each counts
+ * pointSize, pointRatio           2.0 and 5.0 after a load
+ * red, green, blue, brightness, contrast    0.0 after a load
+ * opacity                         in per cent, 100.0 after a load
+ * range, strength, resolution     20.0, 2.0 and 0.0 after a load
+ */
+NIMBREL_API void setPointCloudProperties(int id, int lodFactor, int colourMode, int smoothing, int useLasColours,
+                                         int ignoreClipBox, float pointSize, float pointRatio, float red, float green,
+                                         float blue, float brightness, float contrast, float opacity, float range,
+                                         float strength, float resolution);
+
+/** Tells every cloud that a host window is gone: nodes seen in no other window give up their points. Windows are 0 to 7. */
+NIMBREL_API void unregisterWindow(int window);
+
+/* ---- Queries: look into a loaded cloud without changing it ------------------------------------------------------
+ * Callable from any thread. An unknown id gives 0 and leaves outputs untouched. Nodes are numbered in pre-order from
+ * 0, the root; a number outside the tree is treated like an unknown id. */
+
+/**
+ * The box of the cloud in the world: the two corners of the file's box, each put through the cloud's placement. With a
+ * rotated placement they need not be a minimum and a maximum any more.
+ *
+ * out  6 doubles
+ */
+NIMBREL_API void getBoundingBox(int id, double* out);
+
+/** Points now in the cloud; deletions lower it, while the header keeps the count of the build. Walks the tree. */
+NIMBREL_API int64_t getPointCount(int id);
+
+/** Nodes that the header announces. */
+NIMBREL_API int getNodeCount(int id);
+
+/**
+ * The shape of the tree, in pre-order.
+ *
+ * out  3 bytes a node, getNodeCount(id) nodes: the mask (bit 0: the low child exists, bit 1: the high child exists,
+ *      bits 2 and 3: split on X or on Y, neither: on Z), then the point count, 16 bits, little-endian
+ */
+NIMBREL_API void getTreeStructure(int id, char* out);
+
+/**
+ * Copies the points of one node, in the coordinates of the file: the cloud's placement is not applied.
+ *
+ * xyz     3 doubles a point, getNodePointCount(id, node) points
+ * colour  attributes, 5 bytes a point
+ *
+ * A node that is not resident is read on the calling thread, which may block. If that read fails, each point is
+ * the node's minimum corner in black.
+ */
+NIMBREL_API void getNodePoints(int id, int node, double* xyz, char* colour);
+
+/** Points of one node now, at most 32767. */
+NIMBREL_API int getNodePointCount(int id, int node);
+
+/**
+ * Which points of a node are selected.
+ *
+ * out  a byte a point; set to 1 for each selected point, the others are left as they are
+ *
+ * Returns the number of selected points.
+ */
+NIMBREL_API int getNodeSelections(int id, int node, char* out);
+
+/* ---- Header -----------------------------------------------------------------------------------------------------
+ * The 124-byte header of a file; docs/format.md has its layout. Callable from any thread. */
+
+/** Copies the header as it now stands to `out`, 124 bytes. */
+NIMBREL_API void getHeader(int id, char* out);
+
+/**
+ * Replaces the header, in memory and in the file.
+ *
+ * in  124 bytes, taken as they are
+ *
+ * A cloud that is open read-only is treated like an unknown id.
+ */
+NIMBREL_API void setHeader(int id, char* in);
+
+/** The version of the file, 17 or 18; 0 for an unknown id. */
+NIMBREL_API int getVersion(int id);
+
+/** The header's reserved value: 0 in files of version 17 and 18. */
+NIMBREL_API int64_t getReserved(int id);
+
+/** The box in the header, 6 doubles, without the cloud's placement. */
+NIMBREL_API void getOrigin(int id, double* out);
+
+/** 1 if the header was marked as changed since the last call, else 0; the call clears the mark. */
+NIMBREL_API int headerChanged(int id);
+
+/** 1 if the file is protected (its first protection value is not 0) and the protection has not ended, else 0. */
+NIMBREL_API int isProtected(int id);
+
+/**
+ * Protects a file, or lifts the protection, and marks the header as changed.
+ *
+ * value1  not 0 to protect
+ * value2  when the protection ends, in seconds since 1970; 0 for never
+ *
+ * A file that is open for writing gets its header written back; one that is read-only changes in memory alone.
+ */
+NIMBREL_API void setProtection(int id, int64_t value1, int64_t value2);
+
+/* ---- Building a point file --------------------------------------------------------------------------------------
+ * One build at a time: createOPC, addPoints as often as there are points, indexOPC, then poll until the stage is 0.
+ * Safe to call from any thread; calls that change the build take turns. getOPCProgress and
+ * nimbrelGetBuildReport never wait. Two files are written: the output, and the same name with ".scratch" while the
+ * build lasts. Point order matters to which points stand on which level, never to which points are in the file. */
+
+/**
+ * Begins a build, cancelling one that is under way.
+ *
+ * path        the file to make; an existing one is overwritten
+ * box         holds every point; points outside are refused. It is widened by 0.01 on all sides
+ * pointCount  points to come. The work files start at a size that suits it and grow when more come
+ * key         as for initEngine
+ * buildType   0: version 17, fixed size points, exact to 0.0001 units. 1: version 18, a third of the size, colours cut
+ *             to 4 or 5 bits, classes to 4 bits, one point a grid cell
+ * voxelSize   not used by these two
+ *
+ * Returns false for a refused key. A file that can't be made is not reported here: every addPoints then refuses its
+ * points, and nimbrelLastError says why.
+ */
+NIMBREL_API bool createOPC(const wchar_t* path, const double* box, int64_t pointCount, const char* key, int buildType,
+                           float voxelSize);
+
+/**
+ * Adds points to the build, in the order given; large batches (100,000 and up) are spread over all cores.
+ *
+ * xyz         3 doubles a point
+ * attributes  5 bytes a point
+ * count       points; 0 or less adds nothing
+ *
+ * Returns false when there is no build, or when the work files could not take all of the points: the disk is full, or
+ * they could not be made. getOPCProgress(0) then counts only those that were taken. A point outside the box is refused
+ * without a word here, and not counted.
+ */
+NIMBREL_API bool addPoints(const double* xyz, const unsigned char* attributes, int count);
+
+/**
+ * Turns the points into the finished file, on worker threads. Returns at once; does nothing while an earlier call
+ * still runs.
+ *
+ * noiseRadius      drops points with fewer than 26 others nearer than this; 0 for none, at most 1.0
+ * filterSize       grid that points are rounded to, rounded itself to the nearest 0.0001; 0.0001 to 10.0
+ * duplicateRadius  drops points nearer than this to one that is kept; 0 for none, at most 10.0
+ * indexParameter   stored in the header as it is
+ *
+ * Noise and duplicates are looked for among the points of one leaf of the tree, some 16,000, not across leaves.
+ */
+NIMBREL_API void indexOPC(double noiseRadius, double filterSize, double duplicateRadius, double indexParameter);
+
+/**
+ * Ends a build without a result, at any time. The scratch file is removed; the output stays behind as a file that no
+ * reader accepts: cut to the length of the last finished build of this process, 0 if there was none.
+ */
+NIMBREL_API void cancelOPC(void);
+
+/**
+ * How far the build is.
+ *
+ * selector  0: points that found a home. 1: points compiled; those that a filter drops count too. Any other: the
+ *           stage, 0 idle, 1 compiling, 2 finalising
+ */
+NIMBREL_API int64_t getOPCProgress(int selector);
+
+/** What became of the points of a build. */
+typedef struct NimbrelBuildReport {
+    int32_t state;       /* 0 no build yet, 1 under way, 2 finished, 3 failed (see nimbrelLastError), 4 cancelled */
+    int32_t nodes;       /* nodes written, once finished */
+    int64_t offered;     /* points given to addPoints */
+    int64_t outside;     /* refused: outside the box, or a coordinate that is not a number */
+    int64_t noRoom;      /* refused: the work files could not take them */
+    int64_t undividable; /* dropped: more than 16383 points in a node too small to divide, at most 0.0001 wide */
+    int64_t noise;       /* dropped by the noise filter */
+    int64_t duplicates;  /* dropped by the duplicate filter */
+    int64_t sameCell;    /* dropped by the version 18 form: a second point in a grid cell, or one in a node's first */
+    int64_t written;     /* points in the file, once finished */
+} NimbrelBuildReport;
+
+/** Copies what is known of the current or last build to `out`. Any thread, any time. */
+NIMBREL_API void nimbrelGetBuildReport(NimbrelBuildReport* out);
+
+/* ---- Staging: keep points in a temporary file until their count and box are known --------------------------------
+ * createTempCache, addCachePoints as often as needed, then createOPC with what the cache counted, rewindCache, and
+ * transferCachePoints for each batch in order. Called from one thread. Coordinates are kept as 32-bit floats relative
+ * to the first point, so their precision falls off with the distance from it. */
+
+/** Makes the temporary file, dropping an earlier one. False when the file can't be made or the earlier not closed. */
+NIMBREL_API bool createTempCache(const wchar_t* path);
+
+/** Appends a batch; shapes as for addPoints. False without a file, or when the file could not take all of it. */
+NIMBREL_API bool addCachePoints(const double* xyz, const unsigned char* attributes, int count);
+
+/** Points staged, also after closeTempCache. */
+NIMBREL_API int64_t getCacheCount(void);
+
+/**
+ * The box of the staged points, 6 doubles, in a frame of its own: x, then -z, then y. For createOPC its values are
+ * out[0], out[2], -out[4], out[3], out[5], -out[1]. Before the first point: the largest doubles, then the lowest.
+ */
+NIMBREL_API void getCacheBoundingBox(double* out);
+
+/** Ends writing and goes to the first point for transferCachePoints. */
+NIMBREL_API void rewindCache(void);
+
+/**
+ * Adds the next points of the cache to the build.
+ *
+ * batch  number of an addCachePoints call, from 0: as many points as it had are read from where the last
+ *        transfer ended. Batches are therefore transferred in order. A number out of range does nothing
+ * a, b   3 doubles each: points are moved by b minus a
+ */
+NIMBREL_API void transferCachePoints(int batch, const double* a, const double* b);
+
+/** Closes and removes the file. True also without one. */
+NIMBREL_API bool closeTempCache(void);
+
+/* ---- Load notification ------------------------------------------------------------------------------------------ */
+
+/**
+ * Called when a node's points arrive or go, on the thread that loads or unloads, with the node locked: it must be
+ * quick and must not call the engine.
+ *
+ * loaded          true for arrived, false for gone
+ * nodeIndex       the node's number
+ * vertices        20 bytes a point: x, y, z as floats relative to the corner, red, green, blue, intensity, class,
+ *                 selected, two unused; null when gone. Valid during the call
+ * pointCount      points of the node
+ * minX to minZ    the minimum corner of the node's box
+ */
+typedef void (*NimbrelCacheCallback)(bool loaded, uint64_t nodeIndex, unsigned char* vertices, int pointCount,
+                                     double minX, double minY, double minZ);
+
+/** Registers the load notification for all clouds. Null is ignored: one that was set can be replaced, not removed. */
+NIMBREL_API void registerCacheCallback(NimbrelCacheCallback callback);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+class OPCHeader;
+
+// Where the bytes of one point file come from, so that a node does not know whether it is read from a local disk, a
+// point server or cloud storage. Held by a shared pointer that is made from the concrete type.
+//
+// readData may be called from several threads at once. Everything else belongs to whoever opens the source.
+class PointCloudFile {
+public:
+    [[nodiscard]] virtual bool isReadOnly() = 0;
+    virtual void openFile(const std::wstring& path, bool writable, long long start) = 0;
+    virtual void closeFile() = 0;
+
+    // Tells the source that its cloud was enabled or disabled.
+    virtual void setEnabled(bool enabled) = 0;
+
+    // Delivers `size` bytes of a node's data. Sources that fetch by node use `nodeIndex`, those that fetch by offset
+    // use `byteLocation`. False unless `out` was filled.
+    virtual bool readData(char* out, long long nodeIndex, long long byteLocation, int size) = 0;
+
+    // Writes `size` bytes at `byteLocation` of a writable source; false when nothing or not all was written.
+    virtual bool saveData(const char* in, long long byteLocation, int size) = 0;
+
+    // Fills the header and makes the tree image ready. Throws std::runtime_error when the source does not hold the
+    // tree that its header announces.
+    virtual void readHeader(OPCHeader* header) = 0;
+
+    // True if the tree has 3-byte records and points are 17-byte records with floats.
+    [[nodiscard]] virtual bool isNetwork() = 0;
+
+    // The tree image: the file from offset 0 on, header included, or the 3-byte records of a network source. It is
+    // valid until closeFile.
+    [[nodiscard]] virtual unsigned char* getTreeStructure() = 0;
+
+    // Bytes of the tree image.
+    [[nodiscard]] virtual int64_t getTreeStructureSize() = 0;
+
+    // Whether the source can hold `size` bytes at `byteLocation`: what a damaged record announces is asked here before
+    // memory is taken for it.
+    [[nodiscard]] virtual bool backs(int64_t byteLocation, int64_t size) = 0;
+
+protected:
+    ~PointCloudFile() = default;
+};
