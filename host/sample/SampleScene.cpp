@@ -86,7 +86,7 @@ bool Beam::hitTree(const TownTree& tree) {
                vegetationClass(height)};
         return true;
     }
-    if (fate > 0.82) return false;
+    if (fate > 0.74) return false;
 
     // Most beams end near the top of the crown, few get deep into it.
     const auto [low, high] = tree.crownAt(distance);
@@ -113,7 +113,7 @@ bool Beam::hitBuilding(const TownBuilding& building) {
     const double beyond = std::max(beyondU, beyondV);
     if (beyond > SampleTown::WALL_REACH) return false;
     const double reach = beyond > 0 ? SampleTown::WALL_REACH : 1.2;
-    if (beyond > -reach && random.chance(0.6 * (1 - std::abs(beyond) / reach))) {
+    if (beyond > -reach && random.chance(0.7 * (1 - std::abs(beyond) / reach))) {
         hitWall(building, place);
         return true;
     }
@@ -204,8 +204,11 @@ bool Beam::hitBox(const TownBox& box) {
         if (isPane) colour = {40, 46, 54};
     }
     const bool isSide = beyond > -0.12 && random.chance(0.7);
-    if (isSide) height *= random.next();
-    hit = {x, y, box.base + height, colour * ((isSide ? 0.78 : 1) * random.between(0.95, 1.05)), 118, UNCLASSIFIED};
+    // The parapet's outer side reaches below the deck.
+    if (isSide) height = random.between(box.kind == TownBox::PARAPET ? -0.8 : 0, height);
+    hit = {
+        x,   y,           town.groundHeight(x, y) + height, colour * ((isSide ? 0.78 : 1) * random.between(0.95, 1.05)),
+        118, UNCLASSIFIED};
     if (box.kind == TownBox::PARAPET) hit.pointClass = BRIDGE;
     return true;
 }
@@ -237,7 +240,14 @@ static constexpr GroundLook LOOKS[] = {{{116, 138, 70}, 0.12, 126, GROUND},  // 
                                        {{136, 128, 112}, 0.06, 88, GROUND}}; // BUILT
 
 void Beam::hitGround() {
-    const GroundKind kind = town.groundKind(x, y);
+    GroundKind kind = town.groundKind(x, y);
+    double base = town.groundHeight(x, y);
+    // The neighbouring swaths look under the bridge.
+    if (kind == GroundKind::BRIDGE && random.chance(0.3)) {
+        const double below = town.terrainHeight(x, y);
+        kind = below < SampleTown::WATER_LEVEL + 0.2 ? GroundKind::WATER : GroundKind::BANK;
+        base = std::max(below, SampleTown::WATER_LEVEL);
+    }
     const GroundLook& look = LOOKS[static_cast<size_t>(kind)];
     double tone = town.light(x, y) * (1 + look.speckle * random.between(-1, 1));
     double height = 0.015 * random.between(-1, 1);
@@ -265,12 +275,7 @@ void Beam::hitGround() {
         tone *= 0.95 + 0.1 * smoothNoise(seed + 33, x / 3, y / 3);
         break;
     }
-    hit = {x,
-           y,
-           town.groundHeight(x, y) + height,
-           look.colour * tone,
-           look.intensity * (0.9 + 0.2 * random.next()),
-           look.pointClass};
+    hit = {x, y, base + height, look.colour * tone, look.intensity * (0.9 + 0.2 * random.next()), look.pointClass};
 }
 
 SampleScene::SampleScene(uint64_t points, uint64_t townSeed) : count(points), seed(townSeed), town(townSeed) {}

@@ -38,7 +38,13 @@ SampleTown::SampleTown(uint64_t seed) {
 double SampleTown::groundHeight(double x, double y) const {
     const GroundKind kind = groundKind(x, y);
     if (kind == GroundKind::WATER) return WATER_LEVEL;
-    if (kind == GroundKind::BRIDGE) return deckHeight;
+    if (kind == GroundKind::BRIDGE) {
+        return deckHeightFrom + (deckHeightTo - deckHeightFrom) * (y - deckFrom) / (deckTo - deckFrom);
+    }
+    return terrainHeight(x, y);
+}
+
+double SampleTown::terrainHeight(double x, double y) const {
     const auto column = std::min(static_cast<size_t>(x), TERRAIN_COLUMNS - 2);
     const auto row = std::min(static_cast<size_t>(y), static_cast<size_t>(DEPTH) - 1);
     const double u = x - static_cast<double>(column);

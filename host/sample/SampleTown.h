@@ -75,11 +75,11 @@ struct TownBox {
     enum Kind : uint8_t { CAR, HEDGE, PARAPET };
     Footprint footprint;
     Kind kind = CAR;
-    double base = 0, height = 0;
+    double height = 0; // above the ground, or the bridge's deck, that it stands on
     SampleColour colour{};
 };
 
-// A made-up little town by a river, from WEST = 0 to WIDTH and from 0 to DEPTH, in metres: terrain, streets, and what
+// A made-up little town by a river, from 0 to WIDTH and from 0 to DEPTH, in metres: terrain, streets, and what
 // stands on them. Laid out once for a seed, then only read, by any number of threads.
 class SampleTown {
 public:
@@ -91,6 +91,8 @@ public:
 
     // Of the ground, the bridge's deck and the water.
     [[nodiscard]] double groundHeight(double x, double y) const;
+    // Of the land, also under water and under the bridge.
+    [[nodiscard]] double terrainHeight(double x, double y) const;
     [[nodiscard]] GroundKind groundKind(double x, double y) const;
     // Share of the sun's light on the ground.
     [[nodiscard]] double light(double x, double y) const;
@@ -122,5 +124,6 @@ private:
     std::vector<GroundKind> ground; // four by four a square metre
     std::vector<uint8_t> lights;    // two by two a square metre, 0..255
     CellLists buildingsNear, treesNear, boxesNear;
-    double deckHeight = 0;
+    double deckFrom = 0, deckTo = 1; // the bridge's ends in y
+    double deckHeightFrom = 0, deckHeightTo = 0;
 };

@@ -31,8 +31,8 @@ double TownPlanner::naturalHeight(double x, double y) const {
     const double land = 4.5 + rolling + rough + northHill + southHill;
 
     const double distance = std::abs(y - riverMiddle(x)) - riverHalfWidth(x);
-    const double bank = ramp(distance, -6, BANK_WIDTH);
-    return bank * land * (0.75 + 0.25 * ramp(distance, 0, 50)) + (1 - bank) * 0.2;
+    const double bank = ramp(distance, -1, BANK_WIDTH);
+    return bank * land * (0.75 + 0.25 * ramp(distance, 0, 50)) + (1 - bank) * SampleTown::WATER_LEVEL;
 }
 
 void TownPlanner::shapeTerrain() {
@@ -142,7 +142,10 @@ void TownPlanner::planStreets() {
         mainStreet.push_back({x, mainY(x)});
         upperStreet.push_back({x, upperY(x)});
     }
+    // Gravel first: asphalt covers it where they meet.
     paintStreet(path, 2.4, GroundKind::GRAVEL, 0);
+    paintStreet({{238, upperY(238)}, {243, 245}, {236, 270}, {246, 305}}, 3.5, GroundKind::GRAVEL, 0);
+    paintStreet({{BRIDGE_X, 37}, {190, 39}, {235, 38}, {300, 24}, {405, 20}}, 3.5, GroundKind::GRAVEL, 0);
 
     streets = {mainStreet, upperStreet};
     for (double x : {62.0, BRIDGE_X, 238.0, 326.0}) {
@@ -157,8 +160,6 @@ void TownPlanner::planStreets() {
         paintStreet(streets[i], i == 0 ? 7.5 : 6, GroundKind::ASPHALT, i == 0 ? 2.2 : 1.6);
     }
     paintStreet({{BRIDGE_X, -5}, {BRIDGE_X, mainY(BRIDGE_X)}}, 7, GroundKind::ASPHALT, 1.2);
-    paintStreet({{238, upperY(238)}, {243, 245}, {236, 270}, {246, 305}}, 3.5, GroundKind::GRAVEL, 0);
-    paintStreet({{BRIDGE_X, 37}, {190, 39}, {235, 38}, {300, 24}, {405, 20}}, 3.5, GroundKind::GRAVEL, 0);
     paintRectangle({193, 163, 1, 0, 30, 16}, GroundKind::PAVEMENT, GroundKind::MEADOW);
     paintRectangle({275, 158, 1, 0, 21, 11}, GroundKind::ASPHALT, GroundKind::MEADOW);
     paintBridge();
@@ -167,15 +168,14 @@ void TownPlanner::planStreets() {
 void TownPlanner::paintBridge() {
     const double middle = riverMiddle(BRIDGE_X);
     const double half = riverHalfWidth(BRIDGE_X) + BANK_WIDTH;
-    town.deckHeight = std::max(naturalHeight(BRIDGE_X, middle - half), naturalHeight(BRIDGE_X, middle + half)) + 0.3;
+    town.deckFrom = middle - half;
+    town.deckTo = middle + half;
+    town.deckHeightFrom = naturalHeight(BRIDGE_X, town.deckFrom);
+    town.deckHeightTo = naturalHeight(BRIDGE_X, town.deckTo);
     const Footprint deck{BRIDGE_X, middle, 0, 1, half, 4.7};
     paintRectangle(deck, GroundKind::BRIDGE, GroundKind::BRIDGE);
-    const double undersideOfBridge = town.deckHeight - 0.8;
     for (double side : {-4.6, 4.6}) {
-        town.boxes.push_back({Footprint{BRIDGE_X + side, middle, 0, 1, half, 0.2},
-                              TownBox::PARAPET,
-                              undersideOfBridge,
-                              town.deckHeight - undersideOfBridge + 1.1,
-                              {168, 160, 148}});
+        const Footprint parapet{BRIDGE_X + side, middle, 0, 1, half, 0.2};
+        town.boxes.push_back({parapet, TownBox::PARAPET, 1.1, {168, 160, 148}});
     }
 }

@@ -142,8 +142,7 @@ void TownPlanner::layGardens() {
             forGrid(hedge, 0.5, [&](double px, double py) { fits = fits && isOpen(px, py); });
             if (!fits) continue;
             const double green = random.between(0.85, 1.1);
-            town.boxes.push_back(
-                {hedge, TownBox::HEDGE, 0, random.between(1.1, 1.9), SampleColour{62, 92, 44} * green});
+            town.boxes.push_back({hedge, TownBox::HEDGE, random.between(1.1, 1.9), SampleColour{62, 92, 44} * green});
         }
     }
 }
@@ -153,7 +152,7 @@ void TownPlanner::parkCar(double x, double y, double ux, double uy) {
                                               {128, 134, 140}, {236, 234, 226}, {38, 96, 62}};
     if (!isInTown(x, y) || town.groundKind(x, y) == GroundKind::BRIDGE) return;
     const SampleColour paint = PAINTS[static_cast<size_t>(random.between(0, std::size(PAINTS)))];
-    town.boxes.push_back({Footprint{x, y, ux, uy, 2.1, 0.9}, TownBox::CAR, town.groundHeight(x, y), 1.5, paint});
+    town.boxes.push_back({Footprint{x, y, ux, uy, 2.1, 0.9}, TownBox::CAR, 1.5, paint});
 }
 
 void TownPlanner::parkCars() {
@@ -260,8 +259,7 @@ void TownPlanner::castLight() {
                 [&](double x, double y) { raise(x, y, house.base + house.roofHeight(house.footprint.toLocal(x, y))); });
     }
     for (const TownBox& box : town.boxes) {
-        const double base = box.kind == TownBox::HEDGE ? town.groundHeight(box.footprint.x, box.footprint.y) : box.base;
-        forGrid(box.footprint, 0.4, [&](double x, double y) { raise(x, y, base + box.height); });
+        forGrid(box.footprint, 0.4, [&](double x, double y) { raise(x, y, town.groundHeight(x, y) + box.height); });
     }
     for (const TownTree& tree : town.trees) {
         forGrid({tree.x, tree.y, 1, 0, tree.radius, tree.radius}, 0.4, [&](double x, double y) {
