@@ -19,7 +19,7 @@ static CloudTree::Node decodeNode(const unsigned char* bytes, uint32_t level) {
     return node;
 }
 
-CloudTree::CloudTree(const std::vector<unsigned char>& structure) {
+CloudTree::CloudTree(const std::vector<unsigned char>& structure, const std::string& path) {
     std::vector<uint32_t> expected{0}; // levels of the nodes still to come, the next one at the back
     allNodes.reserve(structure.size() / NODE_BYTES);
     for (size_t at = 0; at + NODE_BYTES <= structure.size() && !expected.empty(); at += NODE_BYTES) {
@@ -33,13 +33,13 @@ CloudTree::CloudTree(const std::vector<unsigned char>& structure) {
         allNodes.push_back(node);
     }
     if (!expected.empty() || allNodes.size() * NODE_BYTES != structure.size()) {
-        throw CommandFailure("the tree's nodes do not fit together");
+        throw CommandFailure(path, "the tree's nodes do not fit together");
     }
 }
 
-CloudTree CloudTree::ofCloud(int id) {
+CloudTree CloudTree::ofCloud(int id, const std::string& path) {
     const int count = getNodeCount(id);
     std::vector<unsigned char> structure(count > 0 ? static_cast<size_t>(count) * NODE_BYTES : 0);
     getTreeStructure(id, reinterpret_cast<char*>(structure.data()));
-    return CloudTree(structure);
+    return {structure, path};
 }

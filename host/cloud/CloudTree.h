@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 // The shape of a cloud's tree: what stands on which level, nodes numbered in pre-order from 0, the root on level 0.
@@ -19,12 +20,12 @@ public:
         char splitAxis = 'z'; // of the plane between the children: x, y or z
     };
 
-    // From 3 bytes a node, as getTreeStructure gives them. Bytes that are no whole tree throw CommandFailure. A chain
-    // of any depth is no burden: nothing here is recursive.
-    explicit CloudTree(const std::vector<unsigned char>& structure);
+    // From 3 bytes a node, as getTreeStructure gives them. Bytes that are no whole tree throw CommandFailure, which
+    // names the file. A chain of any depth is no burden: nothing here is recursive.
+    CloudTree(const std::vector<unsigned char>& structure, const std::string& path);
 
     // The tree of an open cloud.
-    static CloudTree ofCloud(int id);
+    static CloudTree ofCloud(int id, const std::string& path);
 
     [[nodiscard]] const std::vector<Node>& nodes() const { return allNodes; }
     [[nodiscard]] const std::vector<Level>& levels() const { return allLevels; }
