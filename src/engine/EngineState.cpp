@@ -21,6 +21,8 @@ struct LoadsEndFirst {
 
 } // namespace
 
+OPCCreator opcCreator;
+TempCache tempCache;
 std::vector<std::unique_ptr<PointCloud>> pointClouds;
 static const LoadsEndFirst LOADS_END_FIRST;
 std::shared_mutex mutex_;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "build/OPCCreator.h"
+#include "build/TempCache.h"
 #include "ground/ThreadPool.h"
 
 #include <atomic>
@@ -14,6 +16,9 @@ class PointCloud;
 // the reverse of the order in EngineState.cpp. The pools of ground/Pools.h are made before all of it.
 //
 // Locks, outermost first: closeMutex, mutex_, a node's mutex, its batch's mutex. A pool's own locks lie inside all.
+
+extern OPCCreator opcCreator; // the build under way; has its own lock
+extern TempCache tempCache;   // staged points; used by one thread of the host
 
 extern std::vector<std::unique_ptr<PointCloud>> pointClouds; // the table; guarded by mutex_
 extern std::shared_mutex mutex_;                             // the table and everything reached through it
