@@ -23,7 +23,7 @@ void showWarnings(const PointReader& reader, const std::string& path, Console& c
 // Standard input counts as a pipe even where it is a file, so that `-` always behaves the same.
 static bool isPipe(const std::string& path) {
     struct stat status {};
-    return path == "-" || (stat(path.c_str(), &status) == 0 && S_ISFIFO(status.st_mode));
+    return path == "-" || (stat(path.c_str(), &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode)));
 }
 
 // Surveys one input; the share of it that is done moves the bar of all of them on from `before` to `after`.

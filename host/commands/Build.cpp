@@ -175,8 +175,8 @@ static void addFormOptions(CLI::App& command, BuildOptions& options) {
 }
 
 static void addReadingOptions(CLI::App& command, BuildOptions& options) {
-    constexpr double SMALLEST_LIMIT = 1e-9;
-    constexpr double LARGEST_LIMIT = 1e9;
+    constexpr double SMALLEST_LIMIT = 0.001;
+    constexpr double LARGEST_LIMIT = 1e6;
     command.add_flag("--skip-withheld", options.reading.skipWithheld, "Leave out LAS points marked as withheld");
     command
         .add_option("--columns", options.reading.columns,

@@ -57,7 +57,11 @@ static int reportParse(const CLI::App& program, const CLI::ParseError& error, Ho
     }
     const auto used = program.get_subcommands();
     const std::string command = used.empty() ? "" : " " + used.front()->get_name();
-    host.console.error(std::string(error.what()) + "\nTry 'nimbrel" + command + " --help'.");
+    const std::vector<std::string> unknown = program.remaining();
+    // The parser only says that a command is missing when it does not know the one that is there.
+    const bool isUnknown = used.empty() && !unknown.empty();
+    const std::string problem = isUnknown ? "there is no command '" + unknown.front() + "'" : error.what();
+    host.console.error(problem + "\nTry 'nimbrel" + command + " --help'.");
     return WRONG_USAGE;
 }
 

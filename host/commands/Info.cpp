@@ -98,13 +98,14 @@ static void printFacts(const std::string& file, const CloudFacts& facts, Standar
     row("version", fmt::format("{}, {}", facts.version, formOf(facts.version)));
     row("points", grouped(static_cast<uint64_t>(facts.points)));
     if (facts.pointsBuilt != facts.points) {
-        row("built with", fmt::format("{} points", facts.pointsBuilt));
+        row("built with", fmt::format("{} points", grouped(static_cast<uint64_t>(facts.pointsBuilt))));
     }
     row("nodes", grouped(static_cast<uint64_t>(facts.nodes)));
     row("size", fmt::format("{}, {:.2f} bytes a point", byteSize(facts.fileSize), figures.bytesPerPoint));
     for (size_t axis = 0; axis < 3; ++axis) {
         const std::string name(1, "xyz"[axis]);
-        row(name.c_str(), fmt::format("{} to {}, {:.4f} units", box[axis], box[axis + 3], box[axis + 3] - box[axis]));
+        row(name.c_str(),
+            fmt::format("{:.12g} to {:.12g}, {:.6g} units", box[axis], box[axis + 3], box[axis + 3] - box[axis]));
     }
     row("spacing", fmt::format("{} units between points of the root", facts.spacing));
     row("density", fmt::format("{:.4g} points a square unit, seen from above", figures.density));

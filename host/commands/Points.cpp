@@ -14,6 +14,7 @@
 #include <CLI/Formatter.hpp>
 
 #include <bitset>
+#include <cmath>
 #include <fmt/format.h>
 #include <memory>
 #include <optional>
@@ -55,14 +56,13 @@ public:
 
 private:
     [[nodiscard]] bool isInBox(const double* position) const {
-        if (!box) return true;
         for (size_t axis = 0; axis < 3; ++axis) {
-            if (!(position[axis] >= (*box)[axis] && position[axis] <= (*box)[axis + 3])) return false;
+            if (!(position[axis] >= box[axis] && position[axis] <= box[axis + 3])) return false;
         }
         return true;
     }
 
-    std::optional<std::array<double, 6>> box;
+    std::array<double, 6> box{-INFINITY, -INFINITY, -INFINITY, INFINITY, INFINITY, INFINITY};
     std::bitset<256> classes;
     uint64_t every;
     uint64_t passed = 0; // the other tests

@@ -33,7 +33,8 @@ void Console::status(std::string_view text) {
     if (quiet || !terminal) return;
     // The last column stays free, since some terminals begin a new line when it is written.
     const std::string_view shown = text.substr(0, terminalWidth() - 1);
-    std::string line = "\r" + std::string(shown);
+    std::string line(1, '\r');
+    line += shown;
     if (statusLength > shown.size()) line.append(statusLength - shown.size(), ' ');
     statusLength = shown.size();
     writeAll(line);
@@ -41,7 +42,9 @@ void Console::status(std::string_view text) {
 
 void Console::clearStatus() {
     if (statusLength == 0) return;
-    writeAll("\r" + std::string(statusLength, ' ') + "\r");
+    std::string blanks(statusLength + 2, ' ');
+    blanks.front() = blanks.back() = '\r';
+    writeAll(blanks);
     statusLength = 0;
 }
 

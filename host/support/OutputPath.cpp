@@ -28,8 +28,8 @@ static void checkExisting(const std::string& path, const std::vector<std::string
 
 void checkOutput(const std::string& output, const std::vector<std::string>& inputs, bool force) {
     if (output.empty()) throw UsageFailure("the name of the output is empty");
-    std::string folder = std::filesystem::path(output).parent_path().string();
-    if (folder.empty()) folder = ".";
+    const std::string parent = std::filesystem::path(output).parent_path().string();
+    const std::string folder = parent.empty() ? std::string(".") : parent;
     struct stat status {};
     if (stat(folder.c_str(), &status) != 0) {
         throw CommandFailure(output, "folder " + folder + ": " + std::strerror(errno));
