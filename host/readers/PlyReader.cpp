@@ -197,8 +197,9 @@ bool PlyReader::skipElement(const PlyElement& element) {
         return true;
     }
     const uint64_t size = element.smallestSize();
-    if (element.count > std::numeric_limits<uint64_t>::max() / size) return false;
-    return input.skip(element.count * size);
+    // A product beyond 64 bits is beyond the end of the input, too.
+    constexpr uint64_t LARGEST = std::numeric_limits<uint64_t>::max();
+    return input.skip(element.count > LARGEST / size ? LARGEST : element.count * size);
 }
 
 // Reads a binary record into `values`, or passes over it when that is null; false when the input ends before.

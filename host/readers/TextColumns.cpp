@@ -61,9 +61,8 @@ struct ColumnRange {
     }
 
     [[nodiscard]] bool isByte() const { return isNumeric && isWhole && smallest >= 0 && largest <= 255; }
-    [[nodiscard]] bool isColour() const {
-        return isNumeric && smallest >= 0 && (largest <= 1 || (isWhole && largest <= 65535));
-    }
+    [[nodiscard]] bool isWord() const { return isNumeric && isWhole && smallest >= 0 && largest <= 65535; }
+    [[nodiscard]] bool isUnit() const { return isNumeric && smallest >= 0 && largest <= 1; }
 };
 
 } // namespace
@@ -72,7 +71,8 @@ struct ColumnRange {
 static bool areColours(std::span<const ColumnRange> ranges, size_t first) {
     if (first + 3 > ranges.size()) return false;
     const auto three = ranges.subspan(first, 3);
-    return std::all_of(three.begin(), three.end(), [](const ColumnRange& range) { return range.isColour(); });
+    return std::all_of(three.begin(), three.end(), [](const ColumnRange& range) { return range.isWord(); }) ||
+           std::all_of(three.begin(), three.end(), [](const ColumnRange& range) { return range.isUnit(); });
 }
 
 static std::vector<Channel> guessChannels(std::span<const ColumnRange> ranges) {
