@@ -1,0 +1,40 @@
+#include "engine/EngineState.h"
+
+#include "engine/PointCloud.h"
+#include "ground/Pools.h"
+
+#include <algorithm>
+
+namespace {
+
+// First of all, so that the pools outlive what hands them jobs.
+[[maybe_unused]] const bool POOLS_ARE_MADE = (diskPool(), processingPool(), buildPool(), true);
+
+// At exit, load jobs may still be under way on nodes of clouds that the host left open. Destroyed before pointClouds.
+struct LoadsEndFirst {
+    ~LoadsEndFirst() {
+        diskPool().accepting = false;
+        diskPool().ClearAll();
+        diskPool().WaitAll();
+    }
+};
+
+} // namespace
+
+OPCCreator opcCreator;
+TempCache tempCache;
+std::vector<std::unique_ptr<PointCloud>> pointClouds;
+static const LoadsEndFirst LOADS_END_FIRST;
+std::shared_mutex mutex_;
+std::mutex closeMutex;
+std::atomic<bool> init{false};
+std::atomic<bool> pointCloudsChanged{false};
+ThreadPool cachePool(1);
+ThreadPool opcCache(maxCores());
+std::vector<int> deleteVboList;
+
+PointCloud* findCloud(int id) {
+    const auto entry =
+        std::find_if(pointClouds.begin(), pointClouds.end(), [id](const auto& cloud) { return cloud->getID() == id; });
+    return entry == pointClouds.end() ? nullptr : entry->get();
+}

@@ -1,0 +1,67 @@
+#include "engine/PointCloud.h"
+
+#include "format/PointCloudFile.h"
+#include "ground/Log.h"
+#include "stream/OPC.h"
+
+#include <glm/matrix.hpp>
+
+PointCloud::PointCloud(std::shared_ptr<PointCloudFile> fileIn, std::wstring pathIn, int idIn, bool writableIn)
+    : file(std::move(fileIn)), id(idIn), opc(std::make_shared<OPC>(file)), path(std::move(pathIn)),
+      writable(writableIn) {}
+
+PointCloud::~PointCloud() {
+    logText("In pointcloud destructor...\n");
+}
+
+void PointCloud::setEnabled(bool value) {
+    enabled = value;
+    file->setEnabled(value);
+}
+
+PointCloudProperties PointCloud::getProperties() const {
+    std::lock_guard lock(placementMutex);
+    return properties;
+}
+
+void PointCloud::setProperties(const PointCloudProperties& value) {
+    std::lock_guard lock(placementMutex);
+    properties = value;
+}
+
+double PointCloud::getScale() const {
+    std::lock_guard lock(placementMutex);
+    return scale.x;
+}
+
+void PointCloud::setScale(double value) {
+    std::lock_guard lock(placementMutex);
+    scale = glm::dvec3(value);
+}
+
+void PointCloud::setModelMatrix(const glm::dmat4& value) {
+    std::lock_guard lock(placementMutex);
+    modelMatrix = value;
+}
+
+glm::dmat4 PointCloud::getModelMatrix() const {
+    std::lock_guard lock(placementMutex);
+    return {modelMatrix[0] * scale.x, modelMatrix[1] * scale.y, modelMatrix[2] * scale.z, modelMatrix[3]};
+}
+
+glm::dvec4 PointCloud::applyTransformationsToVector(const glm::dvec4& v) const {
+    return getModelMatrix() * v;
+}
+
+glm::dvec4 PointCloud::makeVectorRelative(const glm::dvec4& v) const {
+    return glm::inverse(getModelMatrix()) * v;
+}
+
+void PointCloud::getTreeStructure(char* out) {
+    int64_t position = 0;
+    opc->getRootNode()->getTreeStructure(out, position);
+}
+
+void PointCloud::unregisterWindow(int window) {
+    opc->getRootNode()->unregisterWindow(window);
+}

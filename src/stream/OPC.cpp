@@ -1,0 +1,65 @@
+#include "stream/OPC.h"
+
+#include "format/OPCHeader.h"
+#include "format/PointCloudFile.h"
+#include "format/PointRecord.h"
+#include "ground/Log.h"
+#include "stream/OPCNode.h"
+
+#include <cstring>
+#include <stdexcept>
+
+OPC::OPC(std::shared_ptr<PointCloudFile> fileIn) : file(std::move(fileIn)), header(std::make_unique<OPCHeader>()) {
+    try {
+        read();
+        loaded = true;
+    } catch (const std::exception& failure) {
+        nodes.clear();
+        rootNode.reset();
+        logText(std::string(failure.what()) + "\n");
+        setLastError(failure.what());
+    }
+}
+
+OPC::~OPC() {
+    logText("Destroying OPC\n");
+}
+
+void OPC::read() {
+    file->readHeader(header.get());
+    logText("Node Count: " + std::to_string(header->nodeCount) + "\nPoint Count: " +
+            std::to_string(header->pointCount) + "\nVersion: " + std::to_string(header->version) + "\n");
+    if (!header->isValid()) throw std::runtime_error("the header is not that of a point file");
+    if (header->version == OPCHeader::VERSION_VOXEL) {
+        throw std::runtime_error("voxel models can't be opened by this version");
+    }
+    rootNode = OPCNode::makeTree(file, *header);
+    rootNode->populateNodeTreeList(&nodes);
+}
+
+OPCInterface* OPC::getNode(int nodeIndex) const {
+    if (nodeIndex < 0 || static_cast<size_t>(nodeIndex) >= nodes.size()) return nullptr;
+    return nodes[static_cast<size_t>(nodeIndex)];
+}
+
+int OPC::getSelections(char* out, int nodeIndex) const {
+    OPCInterface* node = getNode(nodeIndex);
+    return node ? node->getSelections(out) : 0;
+}
+
+void OPC::getPoints(double* xyz, char* colour, int nodeIndex) const {
+    OPCInterface* node = getNode(nodeIndex);
+    if (!node) return;
+    const auto count = static_cast<size_t>(node->getPointCount());
+    std::vector<unsigned char> vertices(count * Vertex::SIZE);
+    node->loadPointDataToGPUFormat(vertices);
+    const double* corner = node->getBoundingBox();
+    for (const unsigned char* vertex = vertices.data(); vertex != vertices.data() + vertices.size();
+         vertex += Vertex::SIZE) {
+        float position[3];
+        std::memcpy(position, vertex + Vertex::POSITION, sizeof(position));
+        for (int axis = 0; axis < 3; ++axis) *xyz++ = double{position[axis]} + corner[axis];
+        std::memcpy(colour, vertex + Vertex::COLOUR, ATTRIBUTE_BYTES);
+        colour += ATTRIBUTE_BYTES;
+    }
+}

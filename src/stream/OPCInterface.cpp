@@ -1,0 +1,81 @@
+#include "stream/OPCInterface.h"
+
+#include "format/NodeRecord.h"
+#include "format/OPCHeader.h"
+#include "format/PointCloudFile.h"
+#include "format/PointRecord.h"
+#include "stream/GPUBatch.h"
+#include "stream/NodeWalk.h"
+
+#include <algorithm>
+
+namespace {
+
+// The mutex of a node's batch map and selection bits: one of 64, chosen by address.
+std::mutex& detailMutex(const OPCInterface* node) {
+    static std::array<std::mutex, 64> mutexes;
+    return mutexes[(reinterpret_cast<uintptr_t>(node) / sizeof(OPCInterface)) % mutexes.size()];
+}
+
+} // namespace
+
+OPCInterface::OPCInterface() : recordSize(NodeRecord::Fixed::SIZE), version(OPCHeader::VERSION_FIXED) {}
+
+OPCInterface::~OPCInterface() = default;
+
+GPUBatch* OPCInterface::getGPUBatch(int /*window*/) {
+    std::lock_guard lock(detailMutex(this));
+    if (!gpuBatches) gpuBatches = std::make_unique<std::map<int, GPUBatch>>();
+    return &(*gpuBatches)[0];
+}
+
+GPUBatch* OPCInterface::existingBatch() {
+    std::lock_guard lock(detailMutex(this));
+    if (!gpuBatches) return nullptr;
+    const auto entry = gpuBatches->find(0);
+    return entry == gpuBatches->end() ? nullptr : &entry->second;
+}
+
+std::vector<bool> OPCInterface::getSelectionBits() {
+    std::lock_guard lock(detailMutex(this));
+    return selectionBits;
+}
+
+void OPCInterface::setSelectionBits(std::vector<bool> bits) {
+    std::lock_guard lock(detailMutex(this));
+    selectionBits = std::move(bits);
+}
+
+void OPCInterface::markSelected(std::span<unsigned char> vertices) {
+    std::lock_guard lock(detailMutex(this));
+    const size_t count = std::min(selectionBits.size(), vertices.size() / Vertex::SIZE);
+    for (size_t i = 0; i < count; ++i) {
+        if (selectionBits[i]) vertices[i * Vertex::SIZE + Vertex::SELECTION] = 1;
+    }
+}
+
+void OPCInterface::setBoundingBox(const double* box) {
+    std::copy_n(box, boundingBox.size(), boundingBox.begin());
+}
+
+uint32_t OPCInterface::getDiskSize() {
+    const auto count = static_cast<uint32_t>(std::max<int16_t>(pointCount, 0));
+    if (file && file->isNetwork()) return count * FloatRecord::SIZE;
+    return NodeRecord::isStream(version) ? diskSize : count * bytesPerVertex;
+}
+
+double OPCInterface::getFilter() {
+    return filterScaled / NodeRecord::FILTER_SCALE;
+}
+
+void OPCInterface::getVBODeleteData(std::vector<int>* out) {
+    walkNodes(*this, [out](OPCInterface& node) {
+        std::lock_guard lock(detailMutex(&node));
+        if (!node.gpuBatches) return true;
+        for (const auto& [key, batch] : *node.gpuBatches) {
+            // The table of clouds is held exclusively here, so that no render thread is at the name.
+            if (batch.vbo != 0) out->push_back(static_cast<int>(batch.vbo));
+        }
+        return true;
+    });
+}

@@ -1,0 +1,143 @@
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <queue>
+#include <span>
+#include <vector>
+
+class GPUBatch;
+class PointCloudFile;
+class ThreadPool;
+
+// One node of a cloud's tree: the face that the whole engine works against.
+//
+// A tree is as deep as its file says, up to one node a level, so no operation over a subtree recurses on the call
+// stack; NodeWalk.h has the walk. A node owns its children. Box, masks, strides and the tree's shape are settled when
+// the tree is made and may be read by any thread from then on; what changes later is atomic or names its mutex.
+class OPCInterface {
+public:
+    OPCInterface();
+    virtual ~OPCInterface();
+    OPCInterface(const OPCInterface&) = delete;
+    OPCInterface& operator=(const OPCInterface&) = delete;
+
+    // Appends the nodes of the subtree in pre-order.
+    virtual void populateNodeTreeList(std::vector<OPCInterface*>* list) = 0;
+
+    // The node's record to the byte source; false when the source is read-only or takes none.
+    virtual bool writeNodeStructure() = 0;
+
+    // The node's fields from its record in the tree image; false, leaving the node as it was, when the image does not
+    // hold the record or the record is damaged. For the making of a tree alone: it may not run beside other threads.
+    virtual bool readNodeStructure() = 0;
+
+    [[nodiscard]] virtual std::vector<std::unique_ptr<OPCInterface>>& getChildren() = 0;
+
+    // Clears the window's bit in the subtree, withdraws the loads that were asked for it, and frees the vertices of
+    // nodes that no window sees any more. Windows beyond 7 have no bit.
+    virtual void unregisterWindow(int window) = 0;
+
+    // Frees the node's vertices and clears its visibility in all windows; with `recursive`, over the subtree.
+    virtual void unload(bool recursive) = 0;
+
+    [[nodiscard]] virtual bool isVisible(int window) = 0;
+    [[nodiscard]] virtual bool isVisibleAnyWindows() = 0;
+
+    // Clears the visibility of the subtree in all windows. Touches no job and no vertices.
+    virtual void clearWindowVisibility() = 0;
+
+    [[nodiscard]] virtual bool isRoot() = 0;
+
+    // out  3 doubles, the centre of the box
+    virtual void getNodeCenter(double* out) = 0;
+
+    // Adds the points of the subtree to `total`.
+    virtual void getTotalPointCount(long long* total) = 0;
+
+    // Sets out[i] to 1 for each selected point i, leaving the others, and returns the number of selected points.
+    virtual int getSelections(char* out) = 0;
+
+    // Writes the subtree as 3-byte records from `position` on, and moves it behind them.
+    virtual void getTreeStructure(char* out, int64_t& position) = 0;
+
+    // Half the diagonal of the box.
+    [[nodiscard]] virtual double getRadius() = 0;
+
+    // Writes the node's stored bytes in place; false when the source is read-only or takes none. A length that differs
+    // must have been accounted for by the caller.
+    virtual bool savePointData(std::vector<unsigned char>& buffer) = 0;
+
+    // Reads the node's stored bytes; false when there are none to read, or not all of them lie in the source.
+    virtual bool loadPointData(std::vector<unsigned char>& buffer) = 0;
+
+    [[nodiscard]] virtual ThreadPool& getProcessingThreadPool() = 0;
+    [[nodiscard]] virtual ThreadPool& getDiskThreadPool() = 0;
+
+    // Writes the node's vertices to `out`, which has room for a whole number of them, with the selection as it stands:
+    // a copy of the resident ones, else decoded from the source. Points that `out` has no room for are left away, room
+    // beyond the points is filled with zeros. False, with zeros in `out`, when the read fails. Takes the batch's mutex.
+    virtual bool loadPointDataToGPUFormat(std::span<unsigned char> out) = 0;
+
+    // The node's batch, made on first use and there as long as the node. A point node has one for all windows, so
+    // that the window is ignored.
+    virtual GPUBatch* getGPUBatch(int window);
+
+    virtual uint8_t getBytesPerVertex() { return bytesPerVertex; }
+    virtual uint8_t getBitMask() { return bitMask; }
+    virtual void updatePointCount(int count) { pointCount = static_cast<int16_t>(count); }
+    virtual void setPointCount(short count) { pointCount = count; }
+    virtual short getPointCount() { return pointCount; }
+    virtual void setOriginalPointCount(short count) { originalPointCount = count; }
+    virtual short getOriginalPointCount() { return originalPointCount; }
+    virtual void setPointDataByteLocation(long long location) { pointDataByteLocation = location; }
+    virtual long long getPointDataByteLocation() { return pointDataByteLocation; }
+    virtual const double* getBoundingBox() { return boundingBox.data(); }
+    virtual std::vector<bool> getSelectionBits();
+    virtual void setSelectionBits(std::vector<bool> bits);
+    virtual void setBoundingBox(const double* box); // for the making of a tree alone
+    virtual int getVersion() { return version; }
+    virtual uint32_t getDiskSize(); // bytes of the node's points in its source
+    virtual double getFilter();     // grid step of version 18 points
+
+    // Asks for the node's vertices if `window` sees the node and they are not there, and appends the children to
+    // `queue`. Does nothing for a node that the window does not see.
+    virtual void cache(int window, std::queue<OPCInterface*>* queue) = 0;
+
+    // Appends the GPU buffer names of the subtree, for the render thread to delete.
+    void getVBODeleteData(std::vector<int>* out);
+
+protected:
+    // The batch if it was made, else null.
+    GPUBatch* existingBatch();
+
+    // Sets the selection byte of each selected vertex in `vertices`; those of the others stay.
+    void markSelected(std::span<unsigned char> vertices);
+
+    std::mutex nodeMutex;                     // orders loading against unloading; before the batch's mutex
+    std::atomic<uint8_t> windowVisibility{0}; // bit n: visible in host window n
+    uint8_t bitMask = 0;
+    uint8_t bytesPerVertex = 17;
+    uint8_t recordSize;                         // of the node's tree record
+    uint8_t version;                            // of the file; one that is no version at all counts as 17
+    std::atomic<int16_t> pointCount{0};         // points now in the node
+    std::atomic<int16_t> originalPointCount{0}; // points when the file was built
+    float radius = 0;                           // half the diagonal of the box
+    uint32_t diskSize = 0;                      // version 18: bytes of the point stream
+    uint32_t filterScaled = 0;                  // version 18: grid step as stored, so that it is written back exactly
+    std::atomic<int64_t> pointDataByteLocation{0};
+    int64_t nodeIndex = 0;                // place in pre-order, 0 for the root
+    std::array<double, 6> boundingBox{};  // minimum x, y, z, maximum x, y, z
+    std::shared_ptr<PointCloudFile> file; // shared with the whole tree and its cloud; null in a node of its own
+    std::vector<std::unique_ptr<OPCInterface>> children;
+
+private:
+    // Both are guarded by a mutex that many nodes share, innermost of all. One in each of a million nodes would be a
+    // sixth of their memory, and it is held for no longer than it takes to look up or copy.
+    std::unique_ptr<std::map<int, GPUBatch>> gpuBatches; // null until the first is made
+    std::vector<bool> selectionBits;                     // a bit a point; empty while nothing was ever selected
+};

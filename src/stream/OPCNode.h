@@ -1,0 +1,56 @@
+#pragma once
+
+#include "stream/OPCInterface.h"
+
+class OPCHeader;
+struct NodeRecord;
+
+// A node of a point file, version 17 or 18, or of a point server.
+class OPCNode final : public OPCInterface {
+public:
+    // Makes the tree that the file's tree image announces, with all boxes, and returns its root. Throws
+    // std::runtime_error when the image does not hold the tree or a record is damaged. `header` is sound.
+    static std::unique_ptr<OPCInterface> makeTree(const std::shared_ptr<PointCloudFile>& file, const OPCHeader& header);
+
+    // A node without file and children.
+    OPCNode() = default;
+    ~OPCNode() override;
+
+    void populateNodeTreeList(std::vector<OPCInterface*>* list) override;
+    bool writeNodeStructure() override;
+    bool readNodeStructure() override;
+    std::vector<std::unique_ptr<OPCInterface>>& getChildren() override { return children; }
+    void unregisterWindow(int window) override;
+    void unload(bool recursive) override;
+    bool isVisible(int window) override;
+    bool isVisibleAnyWindows() override { return windowVisibility != 0; }
+    void clearWindowVisibility() override;
+    bool isRoot() override { return nodeIndex == 0; }
+    void getNodeCenter(double* out) override;
+    void getTotalPointCount(long long* total) override;
+    int getSelections(char* out) override;
+    void getTreeStructure(char* out, int64_t& position) override;
+    double getRadius() override { return double{radius}; }
+    bool savePointData(std::vector<unsigned char>& buffer) override;
+    bool loadPointData(std::vector<unsigned char>& buffer) override;
+    ThreadPool& getProcessingThreadPool() override;
+    ThreadPool& getDiskThreadPool() override;
+    bool loadPointDataToGPUFormat(std::span<unsigned char> out) override;
+    void cache(int window, std::queue<OPCInterface*>* queue) override;
+
+    // Marks the node as visible in a window, as the visibility pass does. Windows beyond 7 have no bit.
+    void setVisible(int window);
+
+private:
+    using Box = std::array<double, 6>;
+
+    OPCNode(std::shared_ptr<PointCloudFile> fileIn, const Box& box, int64_t index, int fileVersion);
+
+    [[nodiscard]] Box childBox(uint8_t childBit) const;
+    [[nodiscard]] unsigned long long loadJobId(int window) const;
+    void takeRecord(const NodeRecord& record);
+    void load();
+    void unloadThis();
+    void freeVertices();
+    bool decodeStored(std::span<unsigned char> out);
+};

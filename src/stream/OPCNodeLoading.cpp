@@ -1,0 +1,168 @@
+// Which windows see a node, and the loading of its points that follows from it.
+//
+// The load job decodes into a block of its own and hands it to the batch complete, so that a reader of the batch finds
+// all of a node or nothing, and a failed read leaves no trace. Filling the batch in place would need a third state that
+// every reader of it had to know.
+
+#include "format/NodeRecord.h"
+#include "format/PointCloudFile.h"
+#include "format/PointRecord.h"
+#include "format/VertexDecoder.h"
+#include "ground/Pools.h"
+#include "ground/ThreadPool.h"
+#include "stream/GPUBatch.h"
+#include "stream/LoadNotification.h"
+#include "stream/NodeWalk.h"
+#include "stream/OPCNode.h"
+
+#include <algorithm>
+#include <limits>
+#include <stdexcept>
+
+namespace {
+
+constexpr int WINDOWS = 8;
+
+uint8_t windowBit(int window) {
+    return window < 0 || window >= WINDOWS ? uint8_t{0} : static_cast<uint8_t>(1U << window);
+}
+
+} // namespace
+
+bool OPCNode::isVisible(int window) {
+    return ((windowVisibility >> (window & 31)) & 1) != 0;
+}
+
+void OPCNode::setVisible(int window) {
+    windowVisibility |= windowBit(window);
+}
+
+void OPCNode::clearWindowVisibility() {
+    walkNodes(*this, [](OPCInterface& node) {
+        static_cast<OPCNode&>(node).windowVisibility = 0;
+        return true;
+    });
+}
+
+void OPCNode::unregisterWindow(int window) {
+    const uint8_t bit = windowBit(window);
+    ThreadPool& pool = getDiskThreadPool();
+    walkNodes(*this, [&](OPCInterface& next) {
+        auto& node = static_cast<OPCNode&>(next);
+        const uint8_t before = node.windowVisibility.fetch_and(static_cast<uint8_t>(~bit));
+        pool.DeleteJob(node.loadJobId(window));
+        if ((before & bit) != 0 && before == bit) {
+            std::lock_guard lock(node.nodeMutex);
+            // Asked again: the visibility pass may just have shown the node in another window.
+            if (node.windowVisibility == 0) node.freeVertices();
+        }
+        return true;
+    });
+}
+
+void OPCNode::unload(bool recursive) {
+    if (!recursive) return unloadThis();
+    walkNodes(*this, [](OPCInterface& node) {
+        static_cast<OPCNode&>(node).unloadThis();
+        return true;
+    });
+}
+
+void OPCNode::unloadThis() {
+    std::lock_guard lock(nodeMutex);
+    windowVisibility = 0;
+    freeVertices();
+}
+
+// The caller holds nodeMutex.
+void OPCNode::freeVertices() {
+    GPUBatch* batch = existingBatch();
+    if (!batch || !batch->clear()) return;
+    notifyLoad(false, static_cast<uint64_t>(nodeIndex), nullptr, pointCount, boundingBox.data());
+}
+
+// Cantor's pairing of an address in the node and the window, so that unregisterWindow can name the job that cache
+// queued. Wraps around.
+unsigned long long OPCNode::loadJobId(int window) const {
+    const unsigned long long a = reinterpret_cast<uintptr_t>(&children);
+    const auto w = static_cast<unsigned long long>(window);
+    return (a + w) * (a + w + 1) / 2 + w;
+}
+
+void OPCNode::cache(int window, std::queue<OPCInterface*>* queue) {
+    if (!isVisible(window)) return;
+    if (!getGPUBatch(window)->isResident()) getDiskThreadPool().AddJob([this] { load(); }, loadJobId(window));
+    for (const auto& child : children) queue->push(child.get());
+}
+
+// The load job. Loads nothing when no window sees the node any more, or when the job of another window came first.
+void OPCNode::load() {
+    std::lock_guard lock(nodeMutex);
+    GPUBatch* batch = getGPUBatch(0);
+    if (!isVisibleAnyWindows() || batch->isResident()) return;
+    const int count = pointCount;
+    const int size = count * Vertex::SIZE;
+    std::unique_ptr<unsigned char[]> vertices;
+    try {
+        vertices = std::make_unique_for_overwrite<unsigned char[]>(static_cast<size_t>(size));
+        // Absent it stays, and is asked for again at the next camera.
+        if (!loadPointDataToGPUFormat({vertices.get(), static_cast<size_t>(size)})) return;
+    } catch (const std::exception&) {
+        return; // no memory: as a failed read, since an exception would end the process from here
+    }
+    unsigned char* const arrived = vertices.get();
+    batch->fill(std::move(vertices), size);
+    notifyLoad(true, static_cast<uint64_t>(nodeIndex), arrived, count, boundingBox.data());
+}
+
+bool OPCNode::loadPointData(std::vector<unsigned char>& buffer) {
+    if (!file) return false;
+    const int64_t size = getDiskSize();
+    if (size > std::numeric_limits<int>::max()) return false;
+    // A network source serves by node and knows no places.
+    if (!file->isNetwork() && size > 0 && !file->backs(pointDataByteLocation, size)) return false;
+    buffer.resize(static_cast<size_t>(size));
+    if (size == 0) return true;
+    return file->readData(reinterpret_cast<char*>(buffer.data()), nodeIndex, pointDataByteLocation,
+                          static_cast<int>(size));
+}
+
+bool OPCNode::savePointData(std::vector<unsigned char>& buffer) {
+    if (!file || file->isNetwork() || file->isReadOnly()) return false;
+    if (buffer.size() > static_cast<size_t>(std::numeric_limits<int>::max())) return false;
+    return file->saveData(reinterpret_cast<const char*>(buffer.data()), pointDataByteLocation,
+                          static_cast<int>(buffer.size()));
+}
+
+bool OPCNode::loadPointDataToGPUFormat(std::span<unsigned char> out) {
+    if (out.empty() || pointCount == 0) {
+        std::fill(out.begin(), out.end(), static_cast<unsigned char>(0));
+        return true;
+    }
+    bool sound = true;
+    GPUBatch* batch = existingBatch();
+    if (!batch || !batch->copyTo(out)) sound = decodeStored(out);
+    markSelected(out);
+    return sound;
+}
+
+// Decodes the stored points to `out`, with zeros where they give none; false, with zeros alone, when the read fails.
+bool OPCNode::decodeStored(std::span<unsigned char> out) {
+    std::fill(out.begin(), out.end(), static_cast<unsigned char>(0));
+    const bool network = file && file->isNetwork();
+    const bool stream = NodeRecord::isStream(version);
+    if (!network && !stream && bytesPerVertex < ATTRIBUTE_BYTES) return false;
+    std::vector<unsigned char> stored;
+    if (!loadPointData(stored)) return false;
+    const auto room =
+        static_cast<int>(std::min<size_t>(out.size() / Vertex::SIZE, std::numeric_limits<int16_t>::max()));
+    const int count = std::min<int>(room, pointCount);
+    if (network) {
+        decodeFloatVertices(stored, count, out.data());
+    } else if (stream) {
+        decodeStreamVertices(stored, getFilter(), count, out.data());
+    } else {
+        decodeFixedVertices(stored, bytesPerVertex, count, out.data());
+    }
+    return true;
+}
