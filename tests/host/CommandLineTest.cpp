@@ -99,7 +99,7 @@ TEST(CommandLine, NamesTheFileThatFails) {
     for (const Case& entry : cases) {
         const RunResult result = runNimbrel(entry.arguments);
         EXPECT_EQ(1, result.status) << entry.file << entry.part;
-        EXPECT_TRUE(result.err.starts_with("nimbrel: " + entry.file + ": ")) << result.err;
+        EXPECT_TRUE(result.err.starts_with("nimbrel: " + entry.file + ": ")) << result.err << entry.part;
         EXPECT_TRUE(isIn(result.err, entry.part)) << entry.part << ": " << result.err;
         EXPECT_EQ("", result.out);
     }
@@ -228,10 +228,14 @@ TEST(CommandLine, FiltersPoints) {
 TEST(CommandLine, CountsWhatItLeavesOut) {
     const TemporaryFolder folder;
     std::string text;
-    for (int i = 0; i < 10; ++i) text += "1 1 1\n2 2 " + std::to_string(i) + "\n";
-    const std::string input = folder.write("p.xyz", text);
+    for (int i = 0; i < 15000; ++i) {
+        // Each point twice; more than a single node holds, since that is not filtered.
+        const std::string line = std::to_string(i % 100) + " " + std::to_string(i / 100) + " 1\n";
+        text.append(line).append(line);
+    }
+    const std::string input = folder.write("p.xyz", text + "0 0 5\n7 7 -3\n");
     const RunResult cropped =
-        runNimbrel({"build", input, "-o", folder.file("a.opc"), "--bounds", "0,0,0,3,3,4.5", "--duplicates", "0.1"});
+        runNimbrel({"build", input, "-o", folder.file("a.opc"), "--bounds", "0,0,0,99,150,2", "--duplicates", "0.1"});
     ASSERT_EQ(0, cropped.status) << cropped.err;
     std::istringstream lines(cropped.out);
     std::vector<std::string> rows;
@@ -241,10 +245,10 @@ TEST(CommandLine, CountsWhatItLeavesOut) {
             return isIn(row, name) && row.ends_with(" " + count + " points");
         });
     };
-    EXPECT_TRUE(rowWith("read", "20")) << cropped.out;
-    EXPECT_TRUE(rowWith("outside the bounds", "5")) << cropped.out;
-    EXPECT_TRUE(rowWith("duplicates", "9")) << cropped.out;
-    EXPECT_TRUE(rowWith("written", "6")) << cropped.out;
+    EXPECT_TRUE(rowWith("read", "30,002")) << cropped.out;
+    EXPECT_TRUE(rowWith("outside the bounds", "2")) << cropped.out;
+    EXPECT_TRUE(rowWith("duplicates", "15,000")) << cropped.out;
+    EXPECT_TRUE(rowWith("written", "15,000")) << cropped.out;
     EXPECT_EQ("", runNimbrel({"build", input, "-o", folder.file("b.opc"), "--quiet"}).out);
 }
 
