@@ -172,7 +172,7 @@ void Point14::write(std::byte* record, size_t channel) const {
     ExtendedRecord::POSITION.write(record, position);
     ExtendedRecord::INTENSITY.write(record, intensity);
     ExtendedRecord::RETURNS.write(record, static_cast<uint8_t>(returnNumber | returnCount << 4));
-    ExtendedRecord::FLAGS.write(record, static_cast<uint8_t>((flags & 15U) | channel << 4 | flags >> 4U << 6));
+    ExtendedRecord::FLAGS.write(record, static_cast<uint8_t>((flags & 15U) | channel << 4 | size_t{flags} >> 4 << 6));
     ExtendedRecord::CLASSIFICATION.write(record, classification);
 }
 
