@@ -130,7 +130,7 @@ static void printSummary(const BuildOptions& options, const Intake& intake, cons
     }
     const bool wantsFilters = options.form.noiseRadius > 0.0 || options.form.duplicateRadius > 0.0;
     if (wantsFilters && report.nodes == 1) output.print("  the filters leave a cloud of a single node as it is\n");
-    const std::string speed = rate(intake.read, seconds, "points");
+    const std::string speed = rate(intake.read, seconds);
     output.print(fmt::format("  {} in all{}\n", duration(seconds), speed.empty() ? "" : ", " + speed));
 }
 
