@@ -174,6 +174,7 @@ void setScale(int id, double scale) {
 }
 
 void setPointCloudPosition(int id, const double* matrix) {
+    if (!matrix) return;
     withCloud(id, [matrix](PointCloud& cloud) { cloud.setModelMatrix(glm::make_mat4(matrix)); });
 }
 
