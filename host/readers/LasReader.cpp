@@ -30,7 +30,7 @@ struct PointRecord {
 
 using ByteTable = std::vector<unsigned char>; // by stored value
 
-class LasReader : public PointReader {
+class LasReader final : public PointReader {
 public:
     LasReader(const std::string& path, const ReadOptions& options);
 
