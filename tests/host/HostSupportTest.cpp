@@ -22,8 +22,9 @@ TEST(Text, WritesNumbersForPeople) {
     EXPECT_EQ("2 h 04 min", duration(7440));
     EXPECT_EQ("0.00 s", duration(-1));
     EXPECT_EQ("277,777 h 46 min", duration(1e300));
-    EXPECT_EQ("500 points/s", rate(1000, 2, "points"));
-    EXPECT_EQ("", rate(1000, 0, "points"));
+    EXPECT_EQ("500 points/s", rate(1000, 2));
+    EXPECT_EQ("4.35 M points/s", rate(8700000, 2));
+    EXPECT_EQ("", rate(1000, 0));
 }
 
 TEST(WidePath, DecodesUtf8AndRefusesTheRest) {
