@@ -170,7 +170,8 @@ TEST(RoundTrip, SeveralInputsMakeOneCloud) {
 class RealCloud : public testing::TestWithParam<const char*> {};
 
 TEST_P(RealCloud, ComesBack) {
-    NIMBREL_REAL_CLOUD(path, GetParam());
+    const std::string path = realCloud(GetParam());
+    if (path.empty()) GTEST_SKIP() << GetParam() << " is not there";
     checkBothForms({path}, readScaled(path));
 }
 
@@ -188,15 +189,24 @@ INSTANTIATE_TEST_SUITE_P(Files, RealCloud,
                          });
 
 TEST(RealClouds, NeighbouringTilesMakeOneCloud) {
-    NIMBREL_REAL_CLOUD(first, "ahn3_1.laz");
-    NIMBREL_REAL_CLOUD(second, "ahn3_2.laz");
+    const std::string first = realCloud("ahn3_1.laz");
+    if (first.empty())
+        GTEST_SKIP() << "ahn3_1.laz"
+                     << " is not there";
+    const std::string second = realCloud("ahn3_2.laz");
+    if (second.empty())
+        GTEST_SKIP() << "ahn3_2.laz"
+                     << " is not there";
     constexpr double LARGEST_INTENSITY = 65534; // of the first tile
     checkForm({first, second}, together(readScaled(first), readScaled(second, LARGEST_INTENSITY)), FIXED);
 }
 
 // Damaged and unusual files build or are refused with a reason, and leave nothing but a cloud that opens.
 TEST(RealClouds, OddFilesNeverCrash) {
-    NIMBREL_REAL_CLOUD(odd, "odd");
+    const std::string odd = realCloud("odd");
+    if (odd.empty())
+        GTEST_SKIP() << "odd"
+                     << " is not there";
     for (const auto& entry : std::filesystem::directory_iterator(odd)) {
         for (const Form& form : {FIXED, COMPRESSED}) {
             const TemporaryFolder folder;
