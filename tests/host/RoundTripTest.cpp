@@ -115,22 +115,24 @@ TEST(RoundTrip, AllFormatsOfOutputHoldTheSame) {
 }
 
 TEST(RoundTrip, StandardInputIsStaged) {
-    const TemporaryFolder folder;
-    const std::string sample = folder.file("town.csv");
-    const std::string cloud = folder.file("out.opc");
-    ASSERT_EQ(0, runNimbrel({"sample", sample, "--points", "50000"}).status);
-    const PointBatch expected = readScaled(sample);
-    RunSetting setting;
-    setting.input = sample;
-    const RunResult built = runNimbrel({"build", "-", "-o", cloud}, setting);
-    ASSERT_EQ(0, built.status) << built.err;
-    ASSERT_EQ(0, runNimbrel({"points", cloud, "-o", folder.file("back.ply")}).status);
-    const PointBatch actual = readAll(*openPoints(folder.file("back.ply"), {}), 100000);
-    // Staging keeps 32-bit floats relative to the first point.
-    const CloudDifference difference = compareClouds(expected, actual, toleranceFor(expected) + 400 * 0x1p-24);
-    EXPECT_EQ(0U, difference.missing);
-    EXPECT_EQ(0U, difference.unexpected);
-    EXPECT_EQ(4, std::distance(std::filesystem::directory_iterator(folder.path), {}) + 1);
+    for (const char* name : {"town.csv", "town.ply"}) {
+        const TemporaryFolder folder;
+        const std::string sample = folder.file(name);
+        const std::string cloud = folder.file("out.opc");
+        ASSERT_EQ(0, runNimbrel({"sample", sample, "--points", "50000"}).status);
+        const PointBatch expected = readScaled(sample);
+        RunSetting setting;
+        setting.input = sample;
+        const RunResult built = runNimbrel({"build", "-", "-o", cloud}, setting);
+        ASSERT_EQ(0, built.status) << built.err;
+        ASSERT_EQ(0, runNimbrel({"points", cloud, "-o", folder.file("back.ply")}).status);
+        const PointBatch actual = readAll(*openPoints(folder.file("back.ply"), {}), 100000);
+        // Staging keeps 32-bit floats relative to the first point.
+        const CloudDifference difference = compareClouds(expected, actual, toleranceFor(expected) + 400 * 0x1p-24);
+        EXPECT_EQ(0U, difference.missing) << name;
+        EXPECT_EQ(0U, difference.unexpected) << name;
+        EXPECT_EQ(4, std::distance(std::filesystem::directory_iterator(folder.path), {}) + 1) << name;
+    }
 }
 
 // The limits make other bytes of the same points.
