@@ -152,6 +152,9 @@ NIMBREL_API int getNodeCount(int id);
  *
  * out  3 bytes a node, getNodeCount(id) nodes: the mask (bit 0: the low child exists, bit 1: the high child exists,
  *      bits 2 and 3: split on X or on Y, neither: on Z), then the point count, 16 bits, little-endian
+ *
+ * Boxes follow from the root's, which getOrigin gives: a split halves a box on its axis, at (minimum + maximum) * 0.5. A
+ * point can lie outside its node's box by half the grid that the file was built with, 5 units at most.
  */
 NIMBREL_API void getTreeStructure(int id, char* out);
 

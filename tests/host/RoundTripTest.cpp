@@ -114,6 +114,29 @@ TEST(RoundTrip, AllFormatsOfOutputHoldTheSame) {
     }
 }
 
+// Whole nodes are passed over for a box, but never one that holds a point of it: a coarse grid moves points out of the
+// boxes of their nodes.
+TEST(RoundTrip, BoxFindsAllItsPoints) {
+    const TemporaryFolder folder;
+    const std::string cloud = folder.file("a.opc");
+    ASSERT_EQ(0, runNimbrel({"sample", folder.file("a.ply"), "--points", "60000"}).status);
+    ASSERT_EQ(0, runNimbrel({"build", folder.file("a.ply"), "-o", cloud, "--grid", "10"}).status);
+    ASSERT_EQ(0, runNimbrel({"points", cloud, "-o", folder.file("all.ply")}).status);
+    ASSERT_EQ(0, runNimbrel({"points", cloud, "-o", folder.file("box.ply"), "--box", "95,95,-100,205,150,100"}).status);
+    const PointBatch all = readScaled(folder.file("all.ply"));
+    const PointBatch box = readScaled(folder.file("box.ply"));
+    PointBatch expected;
+    for (size_t i = 0; i < all.size(); ++i) {
+        const double* p = &all.positions[i * 3];
+        if (p[0] < 95 || p[0] > 205 || p[1] < 95 || p[1] > 150) continue;
+        expected.positions.insert(expected.positions.end(), p, p + 3);
+        expected.attributes.insert(expected.attributes.end(), &all.attributes[i * 5], &all.attributes[i * 5] + 5);
+    }
+    EXPECT_GT(expected.size(), 1000U);
+    EXPECT_EQ(expected.positions, box.positions);
+    EXPECT_EQ(expected.attributes, box.attributes);
+}
+
 TEST(RoundTrip, StandardInputIsStaged) {
     for (const char* name : {"town.csv", "town.ply"}) {
         const TemporaryFolder folder;
