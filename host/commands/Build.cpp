@@ -206,8 +206,9 @@ void addBuildCommand(CLI::App& program, Command& chosen) {
     addReadingOptions(*command, *options);
     command->footer("Colours and intensities become bytes. Colours: an input whose largest colour is 255 or less\n"
                     "holds bytes already, any other 16-bit values (65535 becomes 255). Intensities: if the largest\n"
-                    "of all inputs is 255 or less they are bytes already, otherwise the largest becomes 255. A pipe\n"
-                    "is read once, so its values count as bytes unless a limit is given.\n\n"
+                    "of all inputs is 255 or less they are bytes already, otherwise the one that 99 points in 100\n"
+                    "do not exceed becomes 255, and what is brighter too. A pipe is read once, so its values count\n"
+                    "as bytes unless a limit is given.\n\n"
                     "The filters look at the points of one leaf of the tree at a time, some 16,000, and leave a\n"
                     "cloud that fits into a single node as it is.\n\n"
                     "The output grows as OUTPUT.part, and has its name only when it is whole.\n\n"

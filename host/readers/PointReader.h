@@ -1,5 +1,7 @@
 #pragma once
 
+#include "readers/IntensityCounts.h"
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -34,6 +36,7 @@ struct PointSurvey {
     std::array<double, 6> bounds; // smallest x, y, z, then largest, of the delivered points
     double largestColour = 0;     // of all channels, as stored
     double largestIntensity = 0;  // as stored
+    IntensityCounts intensities;
     PointSurvey();
     void include(const PointSurvey& other); // as if both inputs were one
 };
