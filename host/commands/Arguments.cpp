@@ -1,0 +1,80 @@
+#include "commands/Commands.h"
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+
+#include <charconv>
+#include <cmath>
+#include <fmt/format.h>
+#include <optional>
+#include <string_view>
+
+// std::from_chars rather than the parser's own conversion: that one takes "nan", "inf" and numbers with blanks.
+
+template <typename T>
+static std::optional<T> parseNumber(std::string_view text) {
+    T value{};
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    if (error != std::errc{} || end != text.data() + text.size()) return std::nullopt;
+    return value;
+}
+
+static std::optional<double> parseFinite(std::string_view text) {
+    const std::optional<double> value = parseNumber<double>(text);
+    return value && std::isfinite(*value) ? value : std::nullopt;
+}
+
+CLI::Validator numberFrom(double lowest, double highest) {
+    const std::string range = fmt::format("{} to {}", lowest, highest);
+    return CLI::Validator(
+        [=](const std::string& text) {
+            const std::optional<double> value = parseFinite(text);
+            if (value && *value >= lowest && *value <= highest) return std::string();
+            return fmt::format("'{}' is not a number from {}", text, range);
+        },
+        range);
+}
+
+CLI::Validator wholeNumberFrom(uint64_t lowest, uint64_t highest) {
+    return CLI::Validator(
+        [=](const std::string& text) {
+            const std::optional<uint64_t> value = parseNumber<uint64_t>(text);
+            if (value && *value >= lowest && *value <= highest) return std::string();
+            return fmt::format("'{}' is not a whole number from {} to {}", text, lowest, highest);
+        },
+        "");
+}
+
+static std::optional<std::array<double, 6>> parseSix(std::string_view text) {
+    std::array<double, 6> box{};
+    for (size_t i = 0; i < box.size(); ++i) {
+        const size_t comma = text.find(',');
+        // A comma stands behind every number but the last.
+        if ((comma == std::string_view::npos) != (i + 1 == box.size())) return std::nullopt;
+        const std::optional<double> value = parseFinite(text.substr(0, comma));
+        if (!value) return std::nullopt;
+        box[i] = *value;
+        if (comma != std::string_view::npos) text.remove_prefix(comma + 1);
+    }
+    return box;
+}
+
+CLI::Validator sixNumbers() {
+    return CLI::Validator(
+        [](const std::string& text) {
+            const auto box = parseSix(text);
+            if (!box) return fmt::format("'{}' is not six numbers separated by commas", text);
+            for (size_t axis = 0; axis < 3; ++axis) {
+                if ((*box)[axis] > (*box)[axis + 3]) {
+                    return fmt::format("'{}': the smallest {} is above the largest", text, "xyz"[axis]);
+                }
+            }
+            return std::string();
+        },
+        "");
+}
+
+std::array<double, 6> parseBox(const std::string& text) {
+    return parseSix(text).value_or(std::array<double, 6>{});
+}
