@@ -8,6 +8,7 @@
 #include "support/OutputPath.h"
 #include "support/Progress.h"
 #include "support/Text.h"
+#include "support/WidePath.h"
 
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
@@ -127,12 +128,15 @@ static void printSummary(const BuildOptions& options, const Intake& intake, cons
     for (const auto& [what, count] : losses) {
         if (count > 0) row(what, count);
     }
-    const std::string speed = rate(intake.read, seconds, "points");
+    const bool wantsFilters = options.form.noiseRadius > 0.0 || options.form.duplicateRadius > 0.0;
+    if (wantsFilters && report.nodes == 1) output.print("  the filters leave a cloud of a single node as it is\n");
+    const std::string speed = rate(intake.read, seconds);
     output.print(fmt::format("  {} in all{}\n", duration(seconds), speed.empty() ? "" : ", " + speed));
 }
 
 static void runBuild(const BuildOptions& options, Host& host) {
     const auto start = std::chrono::steady_clock::now();
+    static_cast<void>(widePath(options.output)); // a name that the library cannot take is told before the long passes
     checkOutput(options.output, options.inputs, options.force);
     const BuildInputs plan = surveyInputs(options.inputs, options.reading, options.limits, host.console);
     const EngineSession session;
@@ -204,6 +208,8 @@ void addBuildCommand(CLI::App& program, Command& chosen) {
                     "holds bytes already, any other 16-bit values (65535 becomes 255). Intensities: if the largest\n"
                     "of all inputs is 255 or less they are bytes already, otherwise the largest becomes 255. A pipe\n"
                     "is read once, so its values count as bytes unless a limit is given.\n\n"
+                    "The filters look at the points of one leaf of the tree at a time, some 16,000, and leave a\n"
+                    "cloud that fits into a single node as it is.\n\n"
                     "The output grows as OUTPUT.part, and has its name only when it is whole.\n\n"
                     "Examples:\n"
                     "  nimbrel build quarry.laz -o quarry.opc\n"

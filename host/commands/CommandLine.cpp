@@ -82,28 +82,36 @@ static int parseAndRun(int argc, const char* const* argv, Host& host) {
     }
     host.console.setQuiet(switches.quiet);
     host.output.redirectLog(switches.verbose);
-    watchInterrupts();
     chosen(host);
     host.output.flush();
     return DONE;
 }
 
-int runCommandLine(int argc, const char* const* argv) {
-    Host host;
+static int runToEnd(int argc, const char* const* argv, Host& host) {
     try {
         return parseAndRun(argc, argv, host);
     } catch (const OutputClosed&) {
         return DONE;
-    } catch (const Interrupted& interruption) {
-        host.console.error("interrupted");
-        return INTERRUPTED + interruption.signal;
     } catch (const UsageFailure& failure) {
         host.console.error(failure.what());
         return WRONG_USAGE;
     } catch (const std::bad_alloc&) {
+        checkInterrupt();
         host.console.error("there is not enough memory");
     } catch (const std::exception& failure) {
+        checkInterrupt(); // what fails after a signal, such as an input that ends, fails because of it
         host.console.error(failure.what());
     }
     return FAILED;
+}
+
+int runCommandLine(int argc, const char* const* argv) {
+    Host host;
+    watchInterrupts();
+    try {
+        return runToEnd(argc, argv, host);
+    } catch (const Interrupted& interruption) {
+        host.console.error("interrupted");
+        return INTERRUPTED + interruption.signal;
+    }
 }

@@ -10,7 +10,9 @@ static constexpr size_t BLOCK_SIZE = 1024;
 unsigned char byteOfValue(double value, double limit) {
     const double scaled = limit == 255 ? value : value * 255 / limit;
     if (!(scaled > 0)) return 0; // catches NaN too
-    return scaled >= 255 ? 255 : static_cast<unsigned char>(scaled + 0.5);
+    if (scaled >= 255) return 255;
+    const auto whole = static_cast<unsigned char>(scaled);
+    return scaled - whole < 0.5 ? whole : static_cast<unsigned char>(whole + 1);
 }
 
 static bool isFinite(const ChannelValues& values) {

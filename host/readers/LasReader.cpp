@@ -30,7 +30,7 @@ struct PointRecord {
 
 using ByteTable = std::vector<unsigned char>; // by stored value
 
-class LasReader : public PointReader {
+class LasReader final : public PointReader {
 public:
     LasReader(const std::string& path, const ReadOptions& options);
 
@@ -79,10 +79,10 @@ struct LasReader::Extremes {
 
 static ByteTable makeByteTable(double limit) {
     ByteTable table(size_t{UINT16_MAX} + 1);
-    for (size_t value = 0; value < table.size(); ++value) {
-        const double scaled = std::floor(static_cast<double>(value) * 255.0 / limit + 0.5);
-        // Also right for a limit of zero, where the quotient is infinite or no number.
-        table[value] = static_cast<unsigned char>(scaled < 255.0 ? std::max(scaled, 0.0) : value == 0 ? 0.0 : 255.0);
+    for (size_t value = 1; value < table.size(); ++value) {
+        const double scaled = static_cast<double>(value) * 255.0 / limit + 0.5;
+        // Also right for a limit that is not positive, above which everything lies.
+        table[value] = scaled >= 0.0 && scaled < 255.0 ? static_cast<unsigned char>(scaled) : 255;
     }
     return table;
 }

@@ -55,9 +55,8 @@ private:
     static constexpr uint32_t UNCHANGED = LARGEST_FACTOR + NEGATIVE_FACTORS + 1;
     static constexpr uint32_t WHOLE = UNCHANGED + 1; // after it: change to one of three other sequences
     static constexpr uint32_t FACTOR_SYMBOLS = WHOLE + 4;
-    static constexpr uint32_t START_UNCHANGED = 0;
-    static constexpr uint32_t START_STEP = 1;
-    static constexpr uint32_t START_WHOLE = 2; // after it: change to one of three other sequences
+    static constexpr uint32_t START_UNCHANGED = 0; // after it: the first step of the sequence
+    static constexpr uint32_t START_WHOLE = 2;     // after it: change to one of three other sequences
     static constexpr uint32_t START_SYMBOLS = START_WHOLE + 4;
 
     struct Sequence {

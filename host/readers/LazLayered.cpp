@@ -172,7 +172,7 @@ void Point14::write(std::byte* record, size_t channel) const {
     ExtendedRecord::POSITION.write(record, position);
     ExtendedRecord::INTENSITY.write(record, intensity);
     ExtendedRecord::RETURNS.write(record, static_cast<uint8_t>(returnNumber | returnCount << 4));
-    ExtendedRecord::FLAGS.write(record, static_cast<uint8_t>((flags & 15U) | channel << 4 | flags >> 4U << 6));
+    ExtendedRecord::FLAGS.write(record, static_cast<uint8_t>((flags & 15U) | channel << 4 | size_t{flags} >> 4 << 6));
     ExtendedRecord::CLASSIFICATION.write(record, classification);
 }
 
@@ -349,19 +349,20 @@ void LayeredChunk::cutLayers(const LazScheme& scheme, std::span<const std::byte>
 
     const std::byte* sizes = bytes.data() + recordLength + sizeof(uint32_t);
     size_t position = headSize;
-    const auto cut = [&](size_t number) -> std::unique_ptr<Layer> {
+    const auto cut = [&](size_t number) {
         const size_t size = loadItem<uint32_t>(sizes + number * sizeof(uint32_t));
-        const std::span<const std::byte> contents = bytes.subspan(position, size);
         position += size;
-        return size > 0 ? std::make_unique<Layer>(contents) : nullptr;
+        return bytes.subspan(position - size, size);
     };
     for (size_t i = 0; i < POINT_LAYERS; ++i) {
-        std::unique_ptr<Layer> layer = cut(i);
-        if (i <= INTENSITY) point.layers[i] = std::move(layer);
+        const std::span<const std::byte> contents = cut(i);
+        if (i <= INTENSITY && !contents.empty()) point.layers[i] = std::make_unique<Layer>(contents);
     }
     // The number of a return and the horizontal coordinates are in every point.
     if (!point.layers[XY]) point.layers[XY] = std::make_unique<Layer>(bytes.first(0));
-    if (colour) colour->layer = cut(POINT_LAYERS);
+    if (!colour) return;
+    const std::span<const std::byte> contents = cut(POINT_LAYERS);
+    if (!contents.empty()) colour->layer = std::make_unique<Layer>(contents);
 }
 
 bool LayeredChunk::ended() const {

@@ -306,7 +306,7 @@ static double foldInto(double value, double limit) {
 }
 
 static double toMillimetres(double metres) {
-    return static_cast<double>(static_cast<int64_t>(metres * 1000 + 0.5)) / 1000;
+    return static_cast<double>(std::llround(metres * 1000)) / 1000;
 }
 
 static unsigned char toByte(double value) {

@@ -80,9 +80,7 @@ void TownPlanner::paintLand() {
                 kind = GroundKind::WATER;
             } else if (distance < 3 + wander * 0.3) {
                 kind = GroundKind::BANK;
-            } else if (y < middle && x > 245 + wander && distance > 14) {
-                kind = GroundKind::FOREST_FLOOR;
-            } else if (y > 244 + wander && x > 132 + wander) {
+            } else if ((y < middle && x > 245 + wander && distance > 14) || (y > 244 + wander && x > 132 + wander)) {
                 kind = GroundKind::FOREST_FLOOR;
             }
         }
@@ -137,7 +135,8 @@ void TownPlanner::planStreets() {
     const auto mainY = [&](double x) { return 126 + 16 * smoothNoise(seed + 14, x / 130, 0.5); };
     const auto upperY = [&](double x) { return 198 + 16 * smoothNoise(seed + 15, x / 110, 0.5); };
     Street path, mainStreet, upperStreet;
-    for (double x = -10; x <= SampleTown::WIDTH + 10; x += 5) {
+    for (int step = -2; step <= static_cast<int>(SampleTown::WIDTH) / 5 + 2; ++step) {
+        const double x = step * 5;
         path.push_back({x, riverMiddle(x) + riverHalfWidth(x) + 10});
         mainStreet.push_back({x, mainY(x)});
         upperStreet.push_back({x, upperY(x)});
@@ -150,7 +149,8 @@ void TownPlanner::planStreets() {
     streets = {mainStreet, upperStreet};
     for (double x : {62.0, BRIDGE_X, 238.0, 326.0}) {
         Street across;
-        for (double t = 0; t <= 1.001; t += 0.125) {
+        for (int step = 0; step <= 8; ++step) {
+            const double t = step / 8.0;
             const double bend = 5 * (smoothNoise(seed + 16, x, t * 2) - 0.5) * t * (1 - t) * 4;
             across.push_back({x + bend, mainY(x) + t * (upperY(x) - mainY(x))});
         }
@@ -172,7 +172,7 @@ void TownPlanner::paintBridge() {
     town.deckTo = middle + half;
     town.deckHeightFrom = naturalHeight(BRIDGE_X, town.deckFrom);
     town.deckHeightTo = naturalHeight(BRIDGE_X, town.deckTo);
-    const Footprint deck{BRIDGE_X, middle, 0, 1, half, 4.7};
+    const Footprint deck{BRIDGE_X, middle, 0, 1, half, 4.9};
     paintRectangle(deck, GroundKind::BRIDGE, GroundKind::BRIDGE);
     for (double side : {-4.6, 4.6}) {
         const Footprint parapet{BRIDGE_X + side, middle, 0, 1, half, 0.2};

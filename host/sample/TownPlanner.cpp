@@ -80,8 +80,10 @@ void TownPlanner::buildAlong(const Street& street, double setback) {
             const double length = std::sqrt((b.x - a.x) * (b.x - a.x) + (b.y - a.y) * (b.y - a.y));
             const double ux = (b.x - a.x) / length;
             const double uy = (b.y - a.y) / length;
-            for (wait -= length; wait < 0; wait += 2) {
+            wait -= length;
+            while (wait < 0) {
                 const double at = length + wait;
+                wait += 2;
                 const bool inCentre = std::abs(a.x - 190) < 75 && a.y < 215;
                 Footprint plot{0, 0, ux, uy, random.between(4.6, inCentre ? 8.5 : 7.0), random.between(3.8, 5.2)};
                 if (random.chance(inCentre ? 0.1 : 0.35)) {
@@ -129,22 +131,20 @@ void TownPlanner::layGardens() {
         garden.halfWidth += random.between(5, 9);
         paintRectangle(garden, GroundKind::LAWN, GroundKind::MEADOW);
         for (double side : {-1.0, 1.0}) {
-            if (!random.chance(0.45)) continue;
-            Footprint hedge = garden;
-            const auto [x, y] = garden.toWorld({side * garden.halfLength, 0});
-            hedge.x = x;
-            hedge.y = y;
-            hedge.ux = -garden.uy;
-            hedge.uy = garden.ux;
-            hedge.halfLength = garden.halfWidth;
-            hedge.halfWidth = 0.45;
-            bool fits = true;
-            forGrid(hedge, 0.5, [&](double px, double py) { fits = fits && isOpen(px, py); });
-            if (!fits) continue;
-            const double green = random.between(0.85, 1.1);
-            town.boxes.push_back({hedge, TownBox::HEDGE, random.between(1.1, 1.9), SampleColour{62, 92, 44} * green});
+            if (random.chance(0.45)) plantHedge(garden, side);
         }
     }
+}
+
+// Along one end of a garden, -1 or 1, if nothing is in the way.
+void TownPlanner::plantHedge(const Footprint& garden, double side) {
+    const auto [x, y] = garden.toWorld({side * garden.halfLength, 0});
+    const Footprint hedge{x, y, -garden.uy, garden.ux, garden.halfWidth, 0.45};
+    bool fits = true;
+    forGrid(hedge, 0.5, [&](double px, double py) { fits = fits && isOpen(px, py); });
+    if (!fits) return;
+    const double height = random.between(1.1, 1.9);
+    town.boxes.push_back({hedge, TownBox::HEDGE, height, SampleColour{62, 92, 44} * random.between(0.85, 1.1)});
 }
 
 void TownPlanner::parkCar(double x, double y, double ux, double uy) {
@@ -170,7 +170,8 @@ void TownPlanner::parkCars() {
         }
     }
     for (double y : {151.0, 165.0}) {
-        for (double x = 257; x < 294; x += 2.8) {
+        for (int bay = 0; bay < 14; ++bay) {
+            const double x = 257 + 2.8 * bay;
             if (random.chance(0.75) && town.groundKind(x, y) == GroundKind::ASPHALT) parkCar(x, y, 0, 1);
         }
     }
@@ -206,10 +207,11 @@ void TownPlanner::plant(double x, double y, double size, bool isConifer) {
 
 // Woods stand dense, the banks have a tree here and there, gardens and meadows fewer still.
 void TownPlanner::plantTrees() {
-    for (double y = 2; y < SampleTown::DEPTH; y += 4.5) {
-        for (double x = 2; x < SampleTown::WIDTH; x += 4.5) {
-            const double px = x + random.between(-2, 2);
-            const double py = y + random.between(-2, 2);
+    constexpr double SPACING = 4.5;
+    for (int row = 0; row < static_cast<int>(SampleTown::DEPTH / SPACING); ++row) {
+        for (int column = 0; column < static_cast<int>(SampleTown::WIDTH / SPACING); ++column) {
+            const double px = 2 + SPACING * column + random.between(-2, 2);
+            const double py = 2 + SPACING * row + random.between(-2, 2);
             if (!isInTown(px, py)) continue;
             const double clump = smoothNoise(seed + 21, px / 28, py / 28);
             switch (town.groundKind(px, py)) {
@@ -232,60 +234,73 @@ void TownPlanner::plantTrees() {
     }
 }
 
-// Shadows of everything at rest, for a sun in the south-west, and the slope's turn towards it. The scene's surface is
-// drawn into a raster first; then each place looks for something on its way to the sun that stands higher than the ray.
-void TownPlanner::castLight() {
-    constexpr int COLUMNS = static_cast<int>(SampleTown::WIDTH) * 2;
-    constexpr int ROWS = static_cast<int>(SampleTown::DEPTH) * 2;
-    constexpr auto PIXELS = static_cast<size_t>(COLUMNS) * static_cast<size_t>(ROWS);
-    constexpr double SUN_X = -0.6, SUN_Y = -0.8, SUN_RISE = 0.95; // horizontal direction, height gained by a metre
-    const auto indexOf = [](int column, int row) {
+// A raster of two pixels a metre with the height of whatever is seen from above, for castLight().
+class TownPlanner::Surface {
+public:
+    static constexpr int COLUMNS = static_cast<int>(SampleTown::WIDTH) * 2;
+    static constexpr int ROWS = static_cast<int>(SampleTown::DEPTH) * 2;
+
+    Surface() : heights(static_cast<size_t>(COLUMNS) * ROWS) {}
+
+    static size_t indexOf(int column, int row) {
         return static_cast<size_t>(row) * COLUMNS + static_cast<size_t>(column);
-    };
-    std::vector<float> lowest(PIXELS), surface(PIXELS);
-    for (int row = 0; row < ROWS; ++row) {
-        for (int column = 0; column < COLUMNS; ++column) {
-            lowest[indexOf(column, row)] = static_cast<float>(town.groundHeight((column + 0.5) / 2, (row + 0.5) / 2));
-        }
     }
-    surface = lowest;
-    const auto raise = [&](double x, double y, double height) {
+    void raise(double x, double y, double height) {
         if (!isInTown(x, y)) return;
-        float& pixel = surface[indexOf(static_cast<int>(x * 2), static_cast<int>(y * 2))];
+        float& pixel = heights[indexOf(static_cast<int>(x * 2), static_cast<int>(y * 2))];
         pixel = std::max(pixel, static_cast<float>(height));
-    };
+    }
+    // 0, and so below everything, outside of the town.
+    [[nodiscard]] double at(double x, double y) const {
+        return isInTown(x, y) ? heights[indexOf(static_cast<int>(x * 2), static_cast<int>(y * 2))] : 0;
+    }
+
+private:
+    std::vector<float> heights;
+};
+
+TownPlanner::Surface TownPlanner::drawSurface() const {
+    Surface surface;
+    forGrid({SampleTown::WIDTH / 2, SampleTown::DEPTH / 2, 1, 0, SampleTown::WIDTH / 2, SampleTown::DEPTH / 2}, 0.25,
+            [&](double x, double y) {
+                if (isInTown(x, y)) surface.raise(x, y, town.groundHeight(x, y));
+            });
     for (const TownBuilding& house : town.buildings) {
-        forGrid(house.footprint, 0.4,
-                [&](double x, double y) { raise(x, y, house.base + house.roofHeight(house.footprint.toLocal(x, y))); });
+        forGrid(house.footprint, 0.4, [&](double x, double y) {
+            surface.raise(x, y, house.base + house.roofHeight(house.footprint.toLocal(x, y)));
+        });
     }
     for (const TownBox& box : town.boxes) {
-        forGrid(box.footprint, 0.4, [&](double x, double y) { raise(x, y, town.groundHeight(x, y) + box.height); });
+        forGrid(box.footprint, 0.4, [&](double x, double y) {
+            if (isInTown(x, y)) surface.raise(x, y, town.groundHeight(x, y) + box.height);
+        });
     }
     for (const TownTree& tree : town.trees) {
         forGrid({tree.x, tree.y, 1, 0, tree.radius, tree.radius}, 0.4, [&](double x, double y) {
             const double distance = std::sqrt((x - tree.x) * (x - tree.x) + (y - tree.y) * (y - tree.y));
-            if (distance < tree.radius * 0.9) raise(x, y, tree.base + tree.crownAt(distance)[1]);
+            if (distance < tree.radius * 0.9) surface.raise(x, y, tree.base + tree.crownAt(distance)[1]);
         });
     }
+    return surface;
+}
 
-    town.lights.assign(PIXELS, 255);
-    for (int row = 0; row < ROWS; ++row) {
-        for (int column = 0; column < COLUMNS; ++column) {
-            const double height = lowest[indexOf(column, row)];
-            const auto at = [&](double metres) {
-                const int c = static_cast<int>(column + 0.5 + SUN_X * metres * 2);
-                const int r = static_cast<int>(row + 0.5 + SUN_Y * metres * 2);
-                return c < 0 || r < 0 || c >= COLUMNS || r >= ROWS ? float{} : surface[indexOf(c, r)];
-            };
-            bool isShaded = false;
-            for (double metres = 1; metres < 34 && !isShaded; metres += 0.75) {
-                isShaded = at(metres) > height + metres * SUN_RISE + 0.2;
-            }
+// Shadows of everything that stands still, and the slope's turn towards the sun in the south-west: each place looks for
+// something on its way to the sun that stands higher than the ray.
+void TownPlanner::castLight() {
+    constexpr double SUN_X = -0.6, SUN_Y = -0.8, SUN_RISE = 0.95; // horizontal direction, height gained by a metre
+    const Surface surface = drawSurface();
+    for (int row = 0; row < Surface::ROWS; ++row) {
+        for (int column = 0; column < Surface::COLUMNS; ++column) {
             const double x = (column + 0.5) / 2;
             const double y = (row + 0.5) / 2;
+            const double height = town.groundHeight(x, y);
+            bool isShaded = false;
+            for (double metres = 1; metres < 34 && !isShaded; metres += 0.75) {
+                isShaded = surface.at(x + SUN_X * metres, y + SUN_Y * metres) > height + metres * SUN_RISE + 0.2;
+            }
             const double ahead = town.groundHeight(std::max(0.0, x + SUN_X * 2), std::max(0.0, y + SUN_Y * 2));
             const double slope = std::clamp(0.86 + (height - ahead) * 0.22, 0.6, 1.0);
-            town.lights[indexOf(column, row)] = static_cast<uint8_t>(255 * slope * (isShaded ? 0.55 : 1));
+            town.lights.push_back(static_cast<uint8_t>(255 * slope * (isShaded ? 0.55 : 1)));
         }
     }
 }

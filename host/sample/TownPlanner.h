@@ -39,10 +39,13 @@ private:
     TownBuilding designHouse(const Footprint& footprint, bool inCentre);
     void buildChurch();
     void layGardens();
+    void plantHedge(const Footprint& garden, double side);
     void parkCars();
     void parkCar(double x, double y, double ux, double uy);
     void plant(double x, double y, double size, bool isConifer);
     void plantTrees();
+    class Surface;
+    [[nodiscard]] Surface drawSurface() const;
     void castLight();
     void fillLists();
 

@@ -13,7 +13,7 @@ Progress::~Progress() {
     constexpr double WORTH_TELLING = 1.0; // seconds
     if (!finished || elapsed < WORTH_TELLING) return;
     std::string text = fmt::format("{}: {} points in {}", stage, grouped(done), duration(elapsed));
-    const std::string speed = rate(done, elapsed, "points");
+    const std::string speed = rate(done, elapsed);
     if (done > 0 && !speed.empty()) text += ", " + speed;
     console.note(text);
 }
@@ -43,16 +43,17 @@ void Progress::finish(uint64_t newDone) {
     finished = true;
 }
 
+// Fits 80 columns up to 99,999,999,999 points; what matters least stands last.
 std::string Progress::line(bool withBar) const {
-    constexpr int BAR_WIDTH = 20;
-    std::string text = withBar ? fmt::format("{:<10}", stage) : stage + ":";
+    constexpr int BAR_WIDTH = 16;
+    constexpr double TOO_LITTLE_TO_TELL = 0.01; // of the whole
+    std::string text = withBar ? fmt::format("{:<9}", stage) : stage + ":";
     if (share >= 0.0) {
         const auto filled = static_cast<size_t>(share * BAR_WIDTH);
         if (withBar) text += fmt::format(" [{:-<{}}]", std::string(filled, '#'), BAR_WIDTH);
         text += fmt::format(" {:3.0f} %", share * 100.0);
     }
-    if (done > 0) text += fmt::format("  {} points  {}", grouped(done), rate(done, elapsed, "points"));
-    constexpr double TOO_LITTLE_TO_TELL = 0.01;
     if (share > TOO_LITTLE_TO_TELL) text += fmt::format("  {} left", duration(elapsed * (1.0 - share) / share));
+    if (done > 0) text += fmt::format("  {} points  {}", grouped(done), rate(done, elapsed));
     return text;
 }

@@ -29,8 +29,10 @@ std::string duration(double seconds) {
     return fmt::format("{} h {:02} min", grouped(whole / 3600), whole % 3600 / 60);
 }
 
-std::string rate(uint64_t count, double seconds, const std::string& unit) {
+std::string rate(uint64_t count, double seconds) {
     constexpr double SHORTEST = 0.001;
     if (!(seconds >= SHORTEST)) return {};
-    return grouped(static_cast<uint64_t>(static_cast<double>(count) / seconds)) + " " + unit + "/s";
+    const double perSecond = static_cast<double>(count) / seconds;
+    if (perSecond < 1e5) return grouped(static_cast<uint64_t>(perSecond)) + " points/s";
+    return fmt::format("{:.2f} M points/s", perSecond / 1e6);
 }

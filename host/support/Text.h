@@ -14,5 +14,5 @@ std::string byteSize(uint64_t bytes);
 // "0.84 s", "12 s", "3 min 05 s", "2 h 04 min". Negative and NaN count as 0.
 std::string duration(double seconds);
 
-// How many of `unit` a second, such as "1,234 points/s"; empty when the time is too short to tell.
-std::string rate(uint64_t count, double seconds, const std::string& unit);
+// How many points a second, such as "1,234 points/s" or "4.35 M points/s"; empty when the time is too short to tell.
+std::string rate(uint64_t count, double seconds);

@@ -54,9 +54,10 @@ LasWriter::Axis::Axis(double lowest, double highest) {
     if (!std::isfinite(lowest) || !std::isfinite(highest)) return;
     offset = std::floor(lowest);
     // Dividing keeps the scales at the doubles nearest to 0.001, 0.01 and so on; multiplying would not.
-    for (double stepsPerUnit = 1e4; stepsPerUnit > 1e-300; stepsPerUnit /= 10) {
+    double stepsPerUnit = 1e4;
+    for (int coarser = 0; coarser < 300 && !((highest - offset) / scale < INT32_MAX); ++coarser) {
+        stepsPerUnit /= 10;
         scale = 1 / stepsPerUnit;
-        if ((highest - offset) / scale < INT32_MAX) break;
     }
 }
 
@@ -77,11 +78,11 @@ LasWriter::LasWriter(const std::string& path, const std::array<double, 6>& bound
 std::string LasWriter::header() const {
     std::string bytes(HeaderOffset::SIZE, '\0');
     char* const to = bytes.data();
-    std::memcpy(to + HeaderOffset::SIGNATURE, "LASF", 4);
+    std::string_view("LASF").copy(to + HeaderOffset::SIGNATURE, 4);
     store(to + HeaderOffset::GLOBAL_ENCODING, WKT_BIT);
     store(to + HeaderOffset::VERSION_MAJOR, uint8_t{1});
     store(to + HeaderOffset::VERSION_MINOR, uint8_t{4});
-    std::memcpy(to + HeaderOffset::GENERATING_SOFTWARE, "nimbrel", 7);
+    std::string_view("nimbrel").copy(to + HeaderOffset::GENERATING_SOFTWARE, 7);
     store(to + HeaderOffset::HEADER_SIZE, static_cast<uint16_t>(HeaderOffset::SIZE));
     store(to + HeaderOffset::POINT_DATA, static_cast<uint32_t>(HeaderOffset::SIZE));
     store(to + HeaderOffset::POINT_FORMAT, uint8_t{7});

@@ -11,8 +11,7 @@
 
 OPC::OPC(std::shared_ptr<PointCloudFile> fileIn) : file(std::move(fileIn)), header(std::make_unique<OPCHeader>()) {
     try {
-        read();
-        loaded = true;
+        loaded = read();
     } catch (const std::exception& failure) {
         nodes.clear();
         rootNode.reset();
@@ -25,16 +24,21 @@ OPC::~OPC() {
     logText("Destroying OPC\n");
 }
 
-void OPC::read() {
+bool OPC::read() {
     file->readHeader(header.get());
     logText("Node Count: " + std::to_string(header->nodeCount) + "\nPoint Count: " +
             std::to_string(header->pointCount) + "\nVersion: " + std::to_string(header->version) + "\n");
-    if (!header->isValid()) throw std::runtime_error("the header is not that of a point file");
+    if (!header->isValid()) {
+        // Hosts know this case by the three lines alone.
+        setLastError("the header is not that of a point file");
+        return false;
+    }
     if (header->version == OPCHeader::VERSION_VOXEL) {
         throw std::runtime_error("voxel models can't be opened by this version");
     }
     rootNode = OPCNode::makeTree(file, *header);
     rootNode->populateNodeTreeList(&nodes);
+    return true;
 }
 
 OPCInterface* OPC::getNode(int nodeIndex) const {

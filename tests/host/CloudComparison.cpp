@@ -14,10 +14,10 @@ constexpr uint32_t NONE = UINT32_MAX;
 
 class Matcher {
 public:
-    Matcher(const PointBatch& expected, const PointBatch& actual, double tolerance)
-        : expected(expected), actual(actual), tolerance(tolerance), nextInChain(expected.size(), NONE),
-          partnerOfExpected(expected.size(), NONE), partnerOfActual(actual.size(), NONE), visit(expected.size(), 0),
-          cameFrom(expected.size(), NONE) {
+    Matcher(const PointBatch& expectedPoints, const PointBatch& actualPoints, double largestDifference)
+        : expected(expectedPoints), actual(actualPoints), tolerance(largestDifference),
+          nextInChain(expected.size(), NONE), partnerOfExpected(expected.size(), NONE),
+          partnerOfActual(actual.size(), NONE), visit(expected.size(), 0), cameFrom(expected.size(), NONE) {
         size_t buckets = 16;
         while (buckets < expected.size()) buckets *= 2;
         chains.assign(buckets, NONE);
@@ -65,8 +65,7 @@ private:
         }
         double largest = 0;
         for (size_t axis = 0; axis < 3; ++axis) {
-            const double difference =
-                actual.positions[size_t{a} * 3 + axis] - expected.positions[size_t{e} * 3 + axis];
+            const double difference = actual.positions[size_t{a} * 3 + axis] - expected.positions[size_t{e} * 3 + axis];
             largest = std::max(largest, std::abs(difference));
         }
         return largest <= tolerance ? largest : INFINITY;

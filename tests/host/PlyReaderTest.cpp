@@ -219,7 +219,8 @@ TEST(PlyReader, ReadsRealClouds) {
          0},
     };
     for (const auto& [name, count, bounds, colour, intensity] : cases) {
-        NIMBREL_REAL_CLOUD(path, name);
+        const std::string path = realCloud(name);
+        if (path.empty()) GTEST_SKIP() << name << " is not there";
         const auto reader = openPly(path, {});
         const PointSurvey survey = reader->survey({});
         EXPECT_EQ(count, survey.count) << name;

@@ -18,7 +18,7 @@ namespace {
 // A descriptor that is closed with the object.
 class Descriptor {
 public:
-    explicit Descriptor(int number) : number(number) {
+    explicit Descriptor(int opened) : number(opened) {
         if (number < 0) throw std::runtime_error("no descriptor");
     }
     ~Descriptor() { close(number); }

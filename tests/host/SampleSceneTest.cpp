@@ -79,7 +79,8 @@ TEST(SampleScene, LooksLikeATownByARiver) {
 TEST(SampleScene, ComesInTheOrderOfAScan) {
     const PointBatch batch = allOf(SampleScene(60000, 1), 60000);
     for (size_t i = 0; i < batch.size(); ++i) {
-        const double swathStart = 50.0 * static_cast<double>(i / 10000);
+        const size_t swath = i / 10000;
+        const double swathStart = 50.0 * static_cast<double>(swath);
         // Points on walls lie up to a wall's reach and the jitter away from the beam.
         EXPECT_GT(batch.positions[i * 3 + 1], swathStart - 8) << i;
         EXPECT_LT(batch.positions[i * 3 + 1], swathStart + 58) << i;

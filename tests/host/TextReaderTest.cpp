@@ -65,8 +65,7 @@ TEST(ParseNumber, TakesOnlyNumbers) {
 TEST(TextReader, SplitsAtEverySeparator) {
     const TemporaryFolder folder;
     for (const char* text : {"1 2 3\n4 5 6\n", "  1\t2   3 \r\n4\t5\t6\r\n", "1,2,3\n4,5,6,\n", "1; 2 ;3\n4;5;6",
-                             "\xef\xbb\xbf"
-                             "1 2 3\n# note\n\n// note\n4 5 6\n"}) {
+                             "\357\273\2771 2 3\n# note\n\n// note\n4 5 6\n"}) {
         EXPECT_EQ((Doubles{1, 2, 3, 4, 5, 6}), readAll(*openBytes(folder, text)).positions) << text;
     }
 }
@@ -256,7 +255,8 @@ TEST(TextReader, ReadsRealClouds) {
          {117, 73, 49}},
     };
     for (const auto& [name, count, bounds, colour] : cases) {
-        NIMBREL_REAL_CLOUD(path, name);
+        const std::string path = realCloud(name);
+        if (path.empty()) GTEST_SKIP() << name << " is not there";
         const auto reader = openText(path, {});
         EXPECT_EQ("text, columns x y z r g b (guessed)", reader->describe());
         const PointSurvey survey = reader->survey({});
