@@ -198,7 +198,7 @@ static void addReadingOptions(CLI::App& command, BuildOptions& options) {
 void addBuildCommand(CLI::App& program, Command& chosen) {
     const auto options = std::make_shared<BuildOptions>();
     CLI::App* command = program.add_subcommand("build", "Build a point file from LAS, LAZ, PLY or text files");
-    command->add_option("INPUT", options->inputs, "Files that make one cloud; - is standard input (PLY or text)")
+    command->add_option("INPUT", options->inputs, "Files that make one cloud; - is standard input, as text")
         ->required();
     command->add_option("-o,--output", options->output, "The point file to write")->required()->type_name("FILE");
     command->add_flag("-f,--force", options->force, "Replace the output if it exists, once the new one is whole");

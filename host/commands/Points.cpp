@@ -159,6 +159,7 @@ void addPointsCommand(CLI::App& program, Command& chosen) {
         ->excludes(level);
     command->add_option("--class", options->classes, "Only these classes")
         ->delimiter(',')
+        ->allow_extra_args(false) // the word behind the numbers may be FILE
         ->type_name("A,B,...")
         ->check(wholeNumberFrom(0, 255));
     command->add_option("--every", options->every, "Only the first of each N points that pass the rest")

@@ -24,6 +24,7 @@ static void noteSignal(int signal) {
 void watchInterrupts() {
     emptyFile = open("/dev/null", O_RDONLY | O_CLOEXEC);
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
         struct sigaction before {};
         sigaction(signal, nullptr, &before);

@@ -10,8 +10,9 @@ struct Interrupted {
     int signal;
 };
 
-// Begins to watch; also makes writing to a closed pipe an error of the write rather than the end of the process. A
-// signal that is ignored at this point, as under nohup, stays ignored. Call it once, before there are other threads.
+// Begins to watch; also makes writing to a closed pipe, or beyond the largest size that the shell allows a file, an
+// error of the write rather than the end of the process. A signal that is ignored at this point, as under nohup, stays
+// ignored. Call it once, before there are other threads.
 void watchInterrupts();
 
 // Whether a signal came. Any thread.

@@ -13,6 +13,7 @@
  *   point         3 doubles: x, y, z, in the units of the file.
  *   attributes    5 bytes a point: red, green, blue, intensity, class (LAS numbers).
  *   ownership     every buffer belongs to the caller, and is used only during the call.
+ *                 A null one that is not allowed for is treated like an unknown id.
  *   failure       quiet: a neutral result (0, false or -1), and outputs left untouched. nimbrelLastError says more where
  *                 the failure has a reason worth telling. No exception leaves the library, and no input ends the process.
  *   diagnostics   plain lines on standard output. A host that prints results there redirects it around the library.
@@ -78,12 +79,13 @@ NIMBREL_API const char* nimbrelLastError(void);
  * path  the file. The first to open a path gets it for writing where the system allows that; later ones read only.
  *
  * Returns the id, or -1: the engine is not armed, the file does not exist, is no regular file, is shorter than 124
- * bytes, or is damaged (its tree or its points' places do not fit the file). nimbrelLastError tells which.
+ * bytes, or is damaged (its tree does not fit its header or the file). nimbrelLastError tells which. A node whose points
+ * lie outside the file does not keep it from loading: that node is a failed read.
  *
  * The id is the number of clouds that were open before, not a running number: after a cloud other than the last was
  * closed, the next load can get the id of a living cloud, and calls then reach the older of the two.
  *
- * Cost: one read of the tree, and some 400 bytes of memory a node.
+ * Cost: one read of the tree, and some 300 bytes of memory a node.
  */
 NIMBREL_API int loadPointCloudFile(const wchar_t* path);
 

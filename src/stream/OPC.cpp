@@ -7,6 +7,7 @@
 #include "stream/OPCNode.h"
 
 #include <cstring>
+#include <new>
 #include <stdexcept>
 
 OPC::OPC(std::shared_ptr<PointCloudFile> fileIn) : file(std::move(fileIn)), header(std::make_unique<OPCHeader>()) {
@@ -15,8 +16,10 @@ OPC::OPC(std::shared_ptr<PointCloudFile> fileIn) : file(std::move(fileIn)), head
     } catch (const std::exception& failure) {
         nodes.clear();
         rootNode.reset();
-        logText(std::string(failure.what()) + "\n");
-        setLastError(failure.what());
+        const bool noMemory = dynamic_cast<const std::bad_alloc*>(&failure) != nullptr;
+        const char* reason = noMemory ? "there is not enough memory for the tree" : failure.what();
+        logText(std::string(reason) + "\n");
+        setLastError(reason);
     }
 }
 

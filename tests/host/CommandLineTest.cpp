@@ -222,6 +222,7 @@ TEST(CommandLine, FiltersPoints) {
         const auto lines = static_cast<size_t>(std::count(result.out.begin(), result.out.end(), '\n'));
         EXPECT_EQ(expected + 1, lines) << (filter.empty() ? "all" : filter[0] + " " + filter[1]);
     }
+    EXPECT_EQ(0, runNimbrel({"points", "--class", "2", cloud, "-o", "-"}).status);
     EXPECT_EQ(1, runNimbrel({"points", cloud, "-o", "-", "--node", "1"}).status);
 }
 
@@ -250,6 +251,25 @@ TEST(CommandLine, CountsWhatItLeavesOut) {
     EXPECT_TRUE(rowWith("duplicates", "15,000")) << cropped.out;
     EXPECT_TRUE(rowWith("written", "15,000")) << cropped.out;
     EXPECT_EQ("", runNimbrel({"build", input, "-o", folder.file("b.opc"), "--quiet"}).out);
+}
+
+TEST(CommandLine, LeavesOutWithheldPointsWhenAsked) {
+    const TemporaryFolder folder;
+    const std::string input = folder.file("town.las");
+    ASSERT_EQ(0, runNimbrel({"sample", input, "--points", "100"}).status);
+    std::string bytes = bytesOf(input);
+    const auto at = [&bytes](size_t i) { return size_t{static_cast<unsigned char>(bytes[i])}; };
+    // LAS 1.4: where the points begin stands at 96, how long a record is at 105; bit 2 of byte 15 of a record of format
+    // 7 says withheld.
+    const size_t points = at(96) | at(97) << 8;
+    const size_t length = at(105) | at(106) << 8;
+    for (const size_t point : {0U, 50U, 99U}) bytes[points + point * length + 15] |= 4;
+    const std::string marked = folder.write("marked.las", bytes);
+    EXPECT_TRUE(isIn(runNimbrel({"build", marked, "-o", folder.file("all.opc")}).out, " 100 points\n"));
+    const RunResult result = runNimbrel({"build", marked, "-o", folder.file("some.opc"), "--skip-withheld"});
+    EXPECT_EQ(0, result.status) << result.err;
+    EXPECT_TRUE(isIn(result.out, " 97 points\n")) << result.out;
+    EXPECT_TRUE(isIn(result.out, " 3 points\n")) << result.out;
 }
 
 TEST(CommandLine, WarnsAboutAnInput) {
