@@ -46,24 +46,25 @@ CLI::Validator wholeNumberFrom(uint64_t lowest, uint64_t highest) {
         "");
 }
 
-static std::optional<std::array<double, 6>> parseSix(std::string_view text) {
-    std::array<double, 6> box{};
-    for (size_t i = 0; i < box.size(); ++i) {
+template <size_t N>
+static std::optional<std::array<double, N>> parseList(std::string_view text) {
+    std::array<double, N> list{};
+    for (size_t i = 0; i < N; ++i) {
         const size_t comma = text.find(',');
         // A comma stands behind every number but the last.
-        if ((comma == std::string_view::npos) != (i + 1 == box.size())) return std::nullopt;
+        if ((comma == std::string_view::npos) != (i + 1 == N)) return std::nullopt;
         const std::optional<double> value = parseFinite(text.substr(0, comma));
         if (!value) return std::nullopt;
-        box[i] = *value;
+        list[i] = *value;
         if (comma != std::string_view::npos) text.remove_prefix(comma + 1);
     }
-    return box;
+    return list;
 }
 
 CLI::Validator sixNumbers() {
     return CLI::Validator(
         [](const std::string& text) {
-            const auto box = parseSix(text);
+            const auto box = parseList<6>(text);
             if (!box) return fmt::format("'{}' is not six numbers separated by commas", text);
             for (size_t axis = 0; axis < 3; ++axis) {
                 if ((*box)[axis] > (*box)[axis + 3]) {
@@ -76,5 +77,18 @@ CLI::Validator sixNumbers() {
 }
 
 std::array<double, 6> parseBox(const std::string& text) {
-    return parseSix(text).value_or(std::array<double, 6>{});
+    return parseList<6>(text).value_or(std::array<double, 6>{});
+}
+
+CLI::Validator threeNumbers() {
+    return CLI::Validator(
+        [](const std::string& text) {
+            if (parseList<3>(text)) return std::string();
+            return fmt::format("'{}' is not three numbers separated by commas", text);
+        },
+        "");
+}
+
+std::array<double, 3> parsePoint(const std::string& text) {
+    return parseList<3>(text).value_or(std::array<double, 3>{});
 }

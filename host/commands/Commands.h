@@ -35,9 +35,13 @@ CLI::Validator numberFrom(double lowest, double highest);
 CLI::Validator wholeNumberFrom(uint64_t lowest, uint64_t highest);
 // Six finite numbers separated by commas: smallest x, y, z, then largest.
 CLI::Validator sixNumbers();
+// Three finite numbers separated by commas: x, y, z.
+CLI::Validator threeNumbers();
 
 // What sixNumbers() let through.
 std::array<double, 6> parseBox(const std::string& text);
+// What threeNumbers() let through.
+std::array<double, 3> parsePoint(const std::string& text);
 
 // Parses the command line, runs the command, and returns the exit status of the process.
 int runCommandLine(int argc, const char* const* argv);
