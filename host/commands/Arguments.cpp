@@ -12,6 +12,8 @@
 
 // std::from_chars rather than the parser's own conversion: that one takes "nan", "inf" and numbers with blanks.
 
+static constexpr int LARGEST_SIDE = 32768; // of a picture, in pixels; the OpenGL may end sooner
+
 template <typename T>
 static std::optional<T> parseNumber(std::string_view text) {
     T value{};
@@ -91,4 +93,25 @@ CLI::Validator threeNumbers() {
 
 std::array<double, 3> parsePoint(const std::string& text) {
     return parseList<3>(text).value_or(std::array<double, 3>{});
+}
+
+static std::optional<PixelSize> parseSides(std::string_view text) {
+    const size_t cross = text.find('x');
+    if (cross == std::string_view::npos) return std::nullopt;
+    const auto width = parseNumber<int>(text.substr(0, cross));
+    const auto height = parseNumber<int>(text.substr(cross + 1));
+    const auto isUsable = [](std::optional<int> side) { return side && *side >= 1 && *side <= LARGEST_SIDE; };
+    return isUsable(width) && isUsable(height) ? std::optional(PixelSize{*width, *height}) : std::nullopt;
+}
+
+CLI::Validator pixelSize() {
+    return CLI::Validator(
+        [](const std::string& text) {
+            return parseSides(text) ? std::string() : fmt::format("'{}' is not a size such as 1920x1080", text);
+        },
+        "");
+}
+
+PixelSize parsePixelSize(const std::string& text) {
+    return parseSides(text).value_or(PixelSize{});
 }

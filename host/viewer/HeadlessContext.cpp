@@ -17,7 +17,7 @@ struct HeadlessContext::Handles {
         if (display == EGL_NO_DISPLAY) return;
         eglMakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
         if (context != EGL_NO_CONTEXT) eglDestroyContext(display, context);
-        eglTerminate(display);
+        // No eglTerminate: the display is the process's rather than this object's, and everybody gets the same one.
     }
 };
 

@@ -8,8 +8,8 @@
 // what most tiles need; the sparsest stay open, as they are mostly the cloud's ragged edges and stray points.
 
 static constexpr int TILE = 16;               // pixels
-static constexpr double SHARE_OF_TILES = 0.7; // that shall close
-static constexpr double OVERLAP = 1.3;        // points are no regular grid
+static constexpr double SHARE_OF_TILES = 0.8; // that shall close
+static constexpr double OVERLAP = 1.4;        // points are no regular grid
 static constexpr double SMALLEST = 2.0;
 static constexpr double LARGEST = 7.0; // beyond it blocks are seen rather than a cloud
 
