@@ -12,6 +12,8 @@
 
 // std::from_chars rather than the parser's own conversion: that one takes "nan", "inf" and numbers with blanks.
 
+static constexpr int LARGEST_SIDE = 32768; // of a picture, in pixels; the OpenGL may end sooner
+
 template <typename T>
 static std::optional<T> parseNumber(std::string_view text) {
     T value{};
@@ -46,24 +48,25 @@ CLI::Validator wholeNumberFrom(uint64_t lowest, uint64_t highest) {
         "");
 }
 
-static std::optional<std::array<double, 6>> parseSix(std::string_view text) {
-    std::array<double, 6> box{};
-    for (size_t i = 0; i < box.size(); ++i) {
+template <size_t N>
+static std::optional<std::array<double, N>> parseList(std::string_view text) {
+    std::array<double, N> list{};
+    for (size_t i = 0; i < N; ++i) {
         const size_t comma = text.find(',');
         // A comma stands behind every number but the last.
-        if ((comma == std::string_view::npos) != (i + 1 == box.size())) return std::nullopt;
+        if ((comma == std::string_view::npos) != (i + 1 == N)) return std::nullopt;
         const std::optional<double> value = parseFinite(text.substr(0, comma));
         if (!value) return std::nullopt;
-        box[i] = *value;
+        list[i] = *value;
         if (comma != std::string_view::npos) text.remove_prefix(comma + 1);
     }
-    return box;
+    return list;
 }
 
 CLI::Validator sixNumbers() {
     return CLI::Validator(
         [](const std::string& text) {
-            const auto box = parseSix(text);
+            const auto box = parseList<6>(text);
             if (!box) return fmt::format("'{}' is not six numbers separated by commas", text);
             for (size_t axis = 0; axis < 3; ++axis) {
                 if ((*box)[axis] > (*box)[axis + 3]) {
@@ -76,5 +79,39 @@ CLI::Validator sixNumbers() {
 }
 
 std::array<double, 6> parseBox(const std::string& text) {
-    return parseSix(text).value_or(std::array<double, 6>{});
+    return parseList<6>(text).value_or(std::array<double, 6>{});
+}
+
+CLI::Validator threeNumbers() {
+    return CLI::Validator(
+        [](const std::string& text) {
+            if (parseList<3>(text)) return std::string();
+            return fmt::format("'{}' is not three numbers separated by commas", text);
+        },
+        "");
+}
+
+std::array<double, 3> parsePoint(const std::string& text) {
+    return parseList<3>(text).value_or(std::array<double, 3>{});
+}
+
+static std::optional<PixelSize> parseSides(std::string_view text) {
+    const size_t cross = text.find('x');
+    if (cross == std::string_view::npos) return std::nullopt;
+    const auto width = parseNumber<int>(text.substr(0, cross));
+    const auto height = parseNumber<int>(text.substr(cross + 1));
+    const auto isUsable = [](std::optional<int> side) { return side && *side >= 1 && *side <= LARGEST_SIDE; };
+    return isUsable(width) && isUsable(height) ? std::optional(PixelSize{*width, *height}) : std::nullopt;
+}
+
+CLI::Validator pixelSize() {
+    return CLI::Validator(
+        [](const std::string& text) {
+            return parseSides(text) ? std::string() : fmt::format("'{}' is not a size such as 1920x1080", text);
+        },
+        "");
+}
+
+PixelSize parsePixelSize(const std::string& text) {
+    return parseSides(text).value_or(PixelSize{});
 }

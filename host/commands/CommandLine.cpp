@@ -33,7 +33,9 @@ static void describeProgram(CLI::App& program) {
     program.footer("Examples:\n"
                    "  nimbrel sample town.las                make points to try things with\n"
                    "  nimbrel build town.las -o town.opc     turn them into a point file\n"
-                   "  nimbrel info town.opc                  look at it\n"
+                   "  nimbrel info town.opc                  tell about it\n"
+                   "  nimbrel view town.opc                  look at it in a window\n"
+                   "  nimbrel render town.opc -o town.png    or draw it into a picture\n"
                    "  nimbrel points town.opc -o back.las    get the points back\n\n"
                    "'nimbrel COMMAND --help' tells more. Exit status: 0 done, 1 failed, 2 wrong usage,\n"
                    "128 + N ended by signal N (130 for Ctrl-C; unfinished files are removed).");
@@ -66,14 +68,16 @@ static int reportParse(const CLI::App& program, const CLI::ParseError& error, Ho
 }
 
 static int parseAndRun(int argc, const char* const* argv, Host& host) {
-    CLI::App program("Builds point files of any size, looks into them, and gets their points back.");
+    CLI::App program("Builds point files of any size, shows them, looks into them, and gets their points back.");
     Command chosen;
     Switches switches;
     describeProgram(program);
     addBuildCommand(program, chosen);
     addInfoCommand(program, chosen);
     addPointsCommand(program, chosen);
+    addRenderCommand(program, chosen);
     addSampleCommand(program, chosen);
+    addViewCommand(program, chosen);
     addSwitches(program, switches);
     try {
         program.parse(argc, argv);

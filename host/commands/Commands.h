@@ -2,6 +2,7 @@
 
 #include "support/Console.h"
 #include "support/StandardOutput.h"
+#include "viewer/Camera.h"
 
 #include <array>
 #include <functional>
@@ -25,7 +26,9 @@ using Command = std::function<void(Host&)>;
 void addBuildCommand(CLI::App& program, Command& chosen);
 void addInfoCommand(CLI::App& program, Command& chosen);
 void addPointsCommand(CLI::App& program, Command& chosen);
+void addRenderCommand(CLI::App& program, Command& chosen);
 void addSampleCommand(CLI::App& program, Command& chosen);
+void addViewCommand(CLI::App& program, Command& chosen);
 
 // The grammar's checks that several commands share.
 
@@ -35,9 +38,17 @@ CLI::Validator numberFrom(double lowest, double highest);
 CLI::Validator wholeNumberFrom(uint64_t lowest, uint64_t highest);
 // Six finite numbers separated by commas: smallest x, y, z, then largest.
 CLI::Validator sixNumbers();
+// Three finite numbers separated by commas: x, y, z.
+CLI::Validator threeNumbers();
+// Width and height in pixels, such as 1920x1080.
+CLI::Validator pixelSize();
 
 // What sixNumbers() let through.
 std::array<double, 6> parseBox(const std::string& text);
+// What threeNumbers() let through.
+std::array<double, 3> parsePoint(const std::string& text);
+// What pixelSize() let through.
+PixelSize parsePixelSize(const std::string& text);
 
 // Parses the command line, runs the command, and returns the exit status of the process.
 int runCommandLine(int argc, const char* const* argv);

@@ -9,7 +9,8 @@
  *   bool          one byte; wchar_t has 32 bits.
  *   path          zero-terminated wide string; the library turns it into UTF-8 for the system.
  *   box           6 doubles: minimum x, y, z, then maximum x, y, z.
- *   matrix        16 doubles, column by column.
+ *   matrix        16 doubles, column by column, as OpenGL has them.
+ *   window        number of a host window, 0 to 7; more are accepted and see nothing.
  *   point         3 doubles: x, y, z, in the units of the file.
  *   attributes    5 bytes a point: red, green, blue, intensity, class (LAS numbers).
  *   ownership     every buffer belongs to the caller, and is used only during the call.
@@ -114,12 +115,21 @@ NIMBREL_API void setPointCloudPosition(int id, const double* matrix);
  * Sets how the cloud is drawn. Values are stored as they come.
  *
  * lodFactor                       level of detail, 30 after a load; more shows more points
- * colourMode                      what colours a point, 0 after a load
- * smoothing, useLasColours, ignoreClipBox   flags, the low byte of each counts
- * pointSize, pointRatio           2.0 and 5.0 after a load
- * red, green, blue, brightness, contrast    0.0 after a load
- * opacity                         in per cent, 100.0 after a load
- * range, strength, resolution     20.0, 2.0 and 0.0 after a load
+ * colourMode                      what colours a point: 0, as after a load, intensity as grey; 2 intensity as hue; any
+ *                                 other its colour
+ * smoothing                       flag, 0 after a load: points are round, grow with nearness, and blend where they overlap
+ * useLasColours                   flag, 0 after a load: the class's colour (setLasClassifications) in place of the point's
+ * ignoreClipBox                   flag, 0 after a load: the clip box does not apply to this cloud
+ * pointSize                       pixels, 2.0 after a load; with smoothing the size grows up to 200 pixels
+ * pointRatio                      how fast it grows with smoothing, 5.0 after a load
+ * red, green, blue                per cent added to the channels, 0.0 after a load
+ * brightness, contrast            per cent, 0.0 after a load
+ * opacity                         100.0 after a load; any other value makes the cloud transparent
+ * range, strength                 of a transparent cloud: the depth over which it fades, 20.0 after a load, and what its
+ *                                 colours are divided by, 2.0
+ * resolution                      units to which places are rounded, 0.0 for none, as after a load
+ *
+ * The low byte of each flag counts.
  */
 NIMBREL_API void setPointCloudProperties(int id, int lodFactor, int colourMode, int smoothing, int useLasColours,
                                          int ignoreClipBox, float pointSize, float pointRatio, float red, float green,
@@ -336,6 +346,172 @@ NIMBREL_API void transferCachePoints(int batch, const double* a, const double* b
 
 /** Closes and removes the file. True also without one. */
 NIMBREL_API bool closeTempCache(void);
+
+/* ---- Frames -----------------------------------------------------------------------------------------------------
+ * Two halves with clocks of their own. setCamera tells where a window's camera stands: worker threads then find the
+ * nodes that it sees, load them and unload those that no window sees any more. setRenderCamera and render draw what is
+ * there, never waiting for the rest; the load notification tells a host when another frame is worth drawing.
+ *
+ * render, findClosestPoint and nothing else use OpenGL: they are called from one thread, with the host's context of
+ * OpenGL 4.1 (core profile) or later current, whatever window system it comes from. Without one they do nothing. The
+ * context may be destroyed and another take its place from one frame to the next. Drawing in several contexts by turns
+ * works where they share objects; where they do not, each change loads everything into the graphics memory again, and
+ * what the other context held stays there until it is destroyed. Everything else here may be called from any thread. */
+
+/**
+ * Tells where the camera of a window stands, and returns at once: nodes are looked for and loaded on worker threads, with
+ * the values of this call and with the clip box as it is armed now. A camera that still waits is replaced by the next one
+ * of its window, window 0 apart.
+ *
+ * view, projection  matrices; the projection as OpenGL has it, depth from -1 to 1
+ * eye               place of the camera in the world, 3 doubles
+ * fovDegrees        field of view
+ * viewSize          height of the view in pixels
+ * waitForCache      true: return when everything that this camera sees is loaded
+ *
+ * A node is seen when its bounding sphere meets the view, when it is not clipped away, and when the spacing of its points
+ * is coarse enough on the screen; setPointCloudProperties's lodFactor shifts that last limit.
+ */
+NIMBREL_API void setCamera(int window, const double* view, const double* projection, const double* eye,
+                           double fovDegrees, int viewSize, bool waitForCache);
+
+/**
+ * Sets what the next frames draw.
+ *
+ * window             whose nodes to draw
+ * view, projection   matrices
+ * offscreenViewport  x, y, width, height of the picture that the clouds are drawn into, in pixels
+ * onscreenViewport   x, y, width, height of the place on the host's framebuffer that the picture is stretched over. Of
+ *                    it, only what lies within the rectangle of offscreenViewport is drawn
+ * lightState         0 unlit, 1 lit, 2 the light alone, as grey; a selection is green
+ * lightDirection     3 floats, from the light, in the world; all 0 for no light
+ */
+NIMBREL_API void setRenderCamera(int window, const double* view, const double* projection,
+                                 const int* offscreenViewport, const int* onscreenViewport, int lightState,
+                                 const float* lightDirection);
+
+/**
+ * Whether frames draw every node in the view, however small, reading those that are not loaded on the spot: slow, for
+ * pictures to keep. False at the start. "The view" is that of the last cloud at the last camera.
+ */
+NIMBREL_API void setForceRender(bool force);
+
+/**
+ * Draws a frame of all enabled clouds onto the framebuffer that is bound, whose depths it tests and writes, so that the
+ * clouds and the host's own picture hide each other. Clears nothing of the host's. A cloud whose protection has ended is
+ * not drawn.
+ *
+ * Leaves the host's framebuffer bound, no program, vertex array or texture (units 0 and 1, 0 active), and no buffer bound
+ * for vertices; blending and the scissor test off, the depth test on with GL_LESS, writing of colours and depths on; the
+ * viewport at onscreenViewport, the clear colour at 0 and the clear depth at 1. No OpenGL error is left.
+ *
+ * Afterwards the clip box and the distance colouring are disarmed: a host that wants them arms them for each frame.
+ * Nothing is drawn when the offscreen picture is empty or larger than the driver can make.
+ */
+NIMBREL_API void render(void);
+
+/**
+ * Whether the bounding sphere of a node meets the view of a camera.
+ *
+ * Returns false for an unknown id or a node outside the tree.
+ */
+NIMBREL_API bool isNodeInFrustum(int id, const double* view, const double* projection, int node);
+
+/**
+ * Arms colouring by the distance from a plane, for the next frame.
+ *
+ * normal, point               of the plane, 3 doubles each, in the world
+ * blend                       share of a point's own colour in the result, 0 to 1
+ * offset                      distance that counts as 0
+ * shadDist                    distance over which the colours run
+ * repeat                      0: one run, the last colour beyond. 1: one run from 0 to shadDist, points outside keep their
+ *                             own colour. 2: one run after the other, on both sides
+ * hue                         true: a rainbow. False: from colour1 over colour2 to colour3
+ * colour1, colour2, colour3   3 floats each, 0 to 1
+ */
+NIMBREL_API void activateShader(const double* normal, const double* point, float blend, float offset, float shadDist,
+                                int repeat, bool hue, const float* colour1, const float* colour2,
+                                const float* colour3);
+
+/**
+ * Has the next frame write its clouds to a file, as they are before lighting: plain PPM, whose numbers are text, of the
+ * size of the offscreen picture, black where nothing is drawn. Logs "Couldn't open file screenshot file" when the
+ * file can't be made. A further call before that frame replaces the path. The path is copied.
+ */
+NIMBREL_API void savePPMImage(const wchar_t* path);
+
+/** Points that are loaded and that a window sees, over all enabled clouds. Not below a node that is not loaded. */
+NIMBREL_API int getWindowPointCount(int window);
+
+/* ---- Filters ----------------------------------------------------------------------------------------------------
+ * Callable from any thread, but not while an operation that uses them runs. */
+
+/**
+ * Arms the clip box for the next frame or operation, and for the cameras until then.
+ *
+ * planes  36 doubles: for each of six faces the normal, which points out of the box, and a point on the face. First one
+ *         face of each axis, then the three opposite ones in the same order. In the world
+ * rgba    tint of what lies inside, 4 floats of 0 to 255; the fourth is how much of it
+ * mode    0: what lies outside is hidden. 1: it stays. 2: it is hidden, and a rim of the tint's colour is drawn inside
+ *         along the faces
+ */
+NIMBREL_API void activateClipBox(const double* planes, const float* rgba, int mode);
+
+/**
+ * Sets how the classes of points are drawn, until it is set again.
+ *
+ * table  4 bytes for each of 256 classes: red, green, blue, and not 0 to hide the class. The colours are used by clouds
+ *        with useLasColours; hidden is hidden in all of them
+ */
+NIMBREL_API void setLasClassifications(const unsigned char* table);
+
+/* ---- Point queries ----------------------------------------------------------------------------------------------
+ * Over the loaded points of all enabled clouds. A point's colour is attributes, 5 bytes. */
+
+/** A matrix passed by value. */
+typedef struct NimbrelMatrix {
+    double m[16];
+} NimbrelMatrix;
+
+/**
+ * The point under the cursor, or the one drawn nearest to it within 25 pixels, as the last frame showed it. Called as
+ * render is.
+ *
+ * view, projection, viewport  those of the last frame, the viewport being the offscreen one
+ * x, y                        the cursor in the offscreen picture, y from the top
+ * result                      in: result[3] is the largest distance to accept, between clip space vectors. out: the
+ *                             point in the world and its distance. Without a point, result[0] to result[2] can
+ *                             hold the pixel x, y (from the bottom) and depth
+ * colour                      out: 5 bytes
+ *
+ * Returns the id of the cloud, or -1.
+ */
+NIMBREL_API int findClosestPoint(NimbrelMatrix view, NimbrelMatrix projection, const int* viewport, int x, int y,
+                                 double* result, unsigned char* colour);
+
+/**
+ * The point nearest to a place in the world, looked for in the nodes that hold the place. Any thread.
+ *
+ * world           3 doubles
+ * result, colour  as for findClosestPoint; left as they were without a point
+ *
+ * Points outside an armed clip box are passed over, by the placement of the last cloud at the last camera.
+ */
+NIMBREL_API int findWorldPoint(NimbrelMatrix view, NimbrelMatrix projection, const double* world, double* result,
+                               unsigned char* colour);
+
+/**
+ * Lists points that are loaded and that a window sees, in the coordinates of the file.
+ *
+ * positions  3 doubles a point
+ * colours    5 bytes a point
+ * start      points to leave out at the beginning
+ * count      points that the buffers have room for
+ *
+ * A count from getWindowPointCount can be out of date when nodes arrive or go meanwhile. What is beyond the last point is
+ * left as it was. Any thread.
+ */
+NIMBREL_API void getWindowPoints(int window, double* positions, char* colours, int64_t start, int64_t count);
 
 /* ---- Load notification ------------------------------------------------------------------------------------------ */
 

@@ -32,6 +32,13 @@ std::atomic<bool> pointCloudsChanged{false};
 ThreadPool cachePool(1);
 ThreadPool opcCache(maxCores());
 std::vector<int> deleteVboList;
+OpenGLRenderer renderer;
+FrameDriver frameDriver(renderer);
+std::mutex filterMutex;
+ClipBox clipBox;
+Shader shader;
+Classifications classifications;
+std::atomic<bool> processingAtomic{false};
 
 PointCloud* findCloud(int id) {
     const auto entry =

@@ -2,7 +2,12 @@
 
 #include "build/OPCCreator.h"
 #include "build/TempCache.h"
+#include "edit/Classifications.h"
+#include "edit/ClipBox.h"
 #include "ground/ThreadPool.h"
+#include "render/FrameDriver.h"
+#include "render/OpenGLRenderer.h"
+#include "render/Shader.h"
 
 #include <atomic>
 #include <memory>
@@ -15,7 +20,8 @@ class PointCloud;
 // The state of the engine, which has no object of its own: made when the library is loaded, and destroyed at exit in
 // the reverse of the order in EngineState.cpp. The pools of ground/Pools.h are made before all of it.
 //
-// Locks, outermost first: closeMutex, mutex_, a node's mutex, its batch's mutex. A pool's own locks lie inside all.
+// Locks, outermost first: closeMutex, mutex_, a node's mutex, its batch's mutex. The others, a pool's own among them,
+// lie inside all of these, and none is taken while another of them is held.
 
 extern OPCCreator opcCreator; // the build under way; has its own lock
 extern TempCache tempCache;   // staged points; used by one thread of the host
@@ -27,7 +33,16 @@ extern std::atomic<bool> init;                               // initEngine accep
 extern std::atomic<bool> pointCloudsChanged; // set by what changes the clouds; kept for hosts' debuggers, never read
 extern ThreadPool cachePool;                 // 1 thread: the visibility of nodes
 extern ThreadPool opcCache;                  // maxCores() threads: index jobs
-extern std::vector<int> deleteVboList;       // GPU buffers for the render thread to delete; guarded by mutex_
+extern std::vector<int> deleteVboList; // GPU buffers for the render thread to delete; a close adds to it with mutex_
+                                       // held exclusively, the render thread takes from it with mutex_ shared
+
+extern OpenGLRenderer renderer; // see there for its threads
+extern FrameDriver frameDriver;
+extern std::mutex filterMutex;             // guards the three below; operations work on copies of them
+extern ClipBox clipBox;                    // armed for one frame or one operation
+extern Shader shader;                      // armed for one frame
+extern Classifications classifications;    // stays until the host replaces it
+extern std::atomic<bool> processingAtomic; // a selection is under way; frames leave the clip box armed meanwhile
 
 // The first entry with this id, since ids can repeat; null if there is none. The caller holds mutex_.
 PointCloud* findCloud(int id);

@@ -1,9 +1,11 @@
 #include "engine/PointCloud.h"
 
+#include "format/OPCHeader.h"
 #include "format/PointCloudFile.h"
 #include "ground/Log.h"
 #include "stream/OPC.h"
 
+#include <ctime>
 #include <glm/matrix.hpp>
 
 PointCloud::PointCloud(std::shared_ptr<PointCloudFile> fileIn, std::wstring pathIn, int idIn, bool writableIn)
@@ -47,6 +49,18 @@ void PointCloud::setModelMatrix(const glm::dmat4& value) {
 glm::dmat4 PointCloud::getModelMatrix() const {
     std::lock_guard lock(placementMutex);
     return {modelMatrix[0] * scale.x, modelMatrix[1] * scale.y, modelMatrix[2] * scale.z, modelMatrix[3]};
+}
+
+DrawnCloud PointCloud::drawn() const {
+    const int version = opc->withHeader([](OPCHeader& header) { return header.version; });
+    return {opc->getRootNode().get(), version, getProperties(), getModelMatrix(), getScale()};
+}
+
+bool PointCloud::isExpired() const {
+    return opc->withHeader([](OPCHeader& header) {
+        return header.protectionValue1 != 0 && header.protectionValue2 != 0 &&
+               std::time(nullptr) >= header.protectionValue2;
+    });
 }
 
 glm::dvec4 PointCloud::applyTransformationsToVector(const glm::dvec4& v) const {

@@ -1,6 +1,7 @@
 #pragma once
 
-#include <array>
+#include "render/DrawnCloud.h"
+
 #include <atomic>
 #include <cstdint>
 #include <glm/mat4x4.hpp>
@@ -12,26 +13,6 @@
 
 class OPC;
 class PointCloudFile;
-
-// How a cloud is drawn. Plain values: what they mean to the shaders stands with the renderer.
-struct PointCloudProperties {
-    float pointSize = 2.0F;
-    float pointRatio = 5.0F;
-    int32_t colourMode = 0;
-    int32_t lodFactor = 30;
-    uint8_t smoothing = 0;
-    uint8_t hideSelectedPoints = 0; // not set by setPointCloudProperties
-    std::array<uint8_t, 2> unused{};
-    float red = 0.0F, green = 0.0F, blue = 0.0F;
-    float brightness = 0.0F, contrast = 0.0F;
-    float opacity = 100.0F; // per cent
-    float resolution = 0.0F;
-    uint8_t useLasColours = 0;
-    uint8_t ignoreClipBox = 0;
-    uint16_t propertyS0 = 0; // not set by setPointCloudProperties
-    float range = 20.0F;
-    float strength = 2.0F;
-};
 
 // One entry of the table of clouds: a byte source, the file read from it, how it is drawn, and where it stands.
 //
@@ -72,6 +53,12 @@ public:
 
     // The placement with the scale in its first three columns. The translation is not scaled.
     [[nodiscard]] glm::dmat4 getModelMatrix() const;
+
+    // How the cloud is drawn at this moment.
+    [[nodiscard]] DrawnCloud drawn() const;
+
+    // The file is protected, and the protection has ended.
+    [[nodiscard]] bool isExpired() const;
 
     // From the file's coordinates to the world's, and back.
     [[nodiscard]] glm::dvec4 applyTransformationsToVector(const glm::dvec4& v) const;

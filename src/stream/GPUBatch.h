@@ -30,6 +30,7 @@ public:
     int32_t size = 0;                      // bytes in data
     int32_t vertexCount = 0;               // vertices in the GPU buffer, as of its upload
     uint32_t vbo = 0;                      // buffer name, 0 if none
+    bool visited = false;                  // drawn since its buffers were freed, so that its subtree may have some
     std::atomic<bool> loaded{false};       // data is complete
     std::atomic<bool> changed{false};      // data waits for its upload
 };

@@ -29,7 +29,7 @@ GPUBatch* OPCInterface::getGPUBatch(int /*window*/) {
     return &(*gpuBatches)[0];
 }
 
-GPUBatch* OPCInterface::existingBatch() {
+GPUBatch* OPCInterface::existingBatch(int /*window*/) {
     std::lock_guard lock(detailMutex(this));
     if (!gpuBatches) return nullptr;
     const auto entry = gpuBatches->find(0);
@@ -66,6 +66,19 @@ uint32_t OPCInterface::getDiskSize() {
 
 double OPCInterface::getFilter() {
     return filterScaled / NodeRecord::FILTER_SCALE;
+}
+
+void OPCInterface::forgetBuffers() {
+    walkNodes(*this, [](OPCInterface& node) {
+        std::lock_guard lock(detailMutex(&node));
+        if (!node.gpuBatches) return true;
+        for (auto& [key, batch] : *node.gpuBatches) {
+            std::lock_guard batchLock(batch.mutex);
+            batch.vbo = 0;
+            batch.visited = false;
+        }
+        return true;
+    });
 }
 
 void OPCInterface::getVBODeleteData(std::vector<int>* out) {

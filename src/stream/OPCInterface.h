@@ -3,6 +3,7 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
+#include <glm/fwd.hpp>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -10,9 +11,21 @@
 #include <span>
 #include <vector>
 
+class ClipBox;
 class GPUBatch;
 class PointCloudFile;
 class ThreadPool;
+struct ViewCriteria;
+
+// A part of a list that goes over many nodes and clouds: what to leave out at its start, and what was done so far.
+struct PointListing {
+    double* positions; // out: 3 doubles a point
+    char* colours;     // out: 5 bytes a point
+    int64_t start;     // points to leave out
+    int64_t count;     // points to write at most
+    int64_t written = 0;
+    int64_t seen = 0; // points met, those left out included
+};
 
 // One node of a cloud's tree: the face that the whole engine works against.
 //
@@ -38,6 +51,13 @@ public:
 
     [[nodiscard]] virtual std::vector<std::unique_ptr<OPCInterface>>& getChildren() = 0;
 
+    // Whether the node's bounding sphere is not wholly outside any of six planes, 24 doubles. Touching is inside.
+    [[nodiscard]] virtual bool isNodeInFrustum(const double* planes) = 0;
+
+    // Marks the nodes of the subtree that a window now sees, and unmarks and unloads those that it does not see any
+    // more. With `forceVisible` this node passes however small it is on the screen. For one thread at a time.
+    virtual void checkVisibility(const ViewCriteria& view, bool forceVisible) = 0;
+
     // Clears the window's bit in the subtree, withdraws the loads that were asked for it, and frees the vertices of
     // nodes that no window sees any more. Windows beyond 7 have no bit.
     virtual void unregisterWindow(int window) = 0;
@@ -58,6 +78,20 @@ public:
 
     // Adds the points of the subtree to `total`.
     virtual void getTotalPointCount(long long* total) = 0;
+
+    // Adds the points that the window sees and that are resident. A node that is not both ends the descent.
+    virtual void getWindowPointCount(int window, int64_t* count) = 0;
+
+    // Lists the points that the window sees and that are resident, in the file's coordinates. Unlike the count, it
+    // looks below nodes that are not.
+    virtual void getWindowPoints(int window, PointListing& listing) = 0;
+
+    // The resident point nearest to `target`, in the nodes whose boxes hold it, if it is nearer than result[3]: its
+    // place and distance go to `result`, its attributes to `colour`. Distances are between places put through `matrix`,
+    // over all four components; `projectedTarget` is that of the target. Points that an active `clip` does not hold
+    // are passed over. True if there was one.
+    virtual bool findClosestPoint(const ClipBox& clip, const glm::dmat4& matrix, const glm::dvec4& projectedTarget,
+                                  const glm::dvec4& target, double* result, unsigned char* colour) = 0;
 
     // Sets out[i] to 1 for each selected point i, leaving the others, and returns the number of selected points.
     virtual int getSelections(char* out) = 0;
@@ -111,10 +145,13 @@ public:
     // Appends the GPU buffer names of the subtree, for the render thread to delete.
     void getVBODeleteData(std::vector<int>* out);
 
-protected:
-    // The batch if it was made, else null.
-    GPUBatch* existingBatch();
+    // Forgets the GPU buffers of the subtree without deleting them, because their context is gone.
+    void forgetBuffers();
 
+    // The node's batch if it was made, else null.
+    virtual GPUBatch* existingBatch(int window);
+
+protected:
     // Sets the selection byte of each selected vertex in `vertices`; those of the others stay.
     void markSelected(std::span<unsigned char> vertices);
 

@@ -20,6 +20,8 @@ public:
     bool writeNodeStructure() override;
     bool readNodeStructure() override;
     std::vector<std::unique_ptr<OPCInterface>>& getChildren() override { return children; }
+    bool isNodeInFrustum(const double* planes) override;
+    void checkVisibility(const ViewCriteria& view, bool forceVisible) override;
     void unregisterWindow(int window) override;
     void unload(bool recursive) override;
     bool isVisible(int window) override;
@@ -28,6 +30,10 @@ public:
     bool isRoot() override { return nodeIndex == 0; }
     void getNodeCenter(double* out) override;
     void getTotalPointCount(long long* total) override;
+    void getWindowPointCount(int window, int64_t* count) override;
+    void getWindowPoints(int window, PointListing& listing) override;
+    bool findClosestPoint(const ClipBox& clip, const glm::dmat4& matrix, const glm::dvec4& projectedTarget,
+                          const glm::dvec4& target, double* result, unsigned char* colour) override;
     int getSelections(char* out) override;
     void getTreeStructure(char* out, int64_t& position) override;
     double getRadius() override { return double{radius}; }
@@ -49,6 +55,7 @@ private:
     [[nodiscard]] Box childBox(uint8_t childBit) const;
     [[nodiscard]] unsigned long long loadJobId(int window) const;
     void takeRecord(const NodeRecord& record);
+    void leaveView(int window);
     void load();
     void unloadThis();
     void freeVertices();

@@ -76,7 +76,7 @@ void OPCNode::unloadThis() {
 
 // The caller holds nodeMutex.
 void OPCNode::freeVertices() {
-    GPUBatch* batch = existingBatch();
+    GPUBatch* batch = existingBatch(0);
     if (!batch || !batch->clear()) return;
     notifyLoad(false, static_cast<uint64_t>(nodeIndex), nullptr, pointCount, boundingBox.data());
 }
@@ -140,7 +140,7 @@ bool OPCNode::loadPointDataToGPUFormat(std::span<unsigned char> out) {
         return true;
     }
     bool sound = true;
-    GPUBatch* batch = existingBatch();
+    GPUBatch* batch = existingBatch(0);
     if (!batch || !batch->copyTo(out)) sound = decodeStored(out);
     markSelected(out);
     return sound;
