@@ -14,6 +14,7 @@
  *   point         3 doubles: x, y, z, in the units of the file.
  *   attributes    5 bytes a point: red, green, blue, intensity, class (LAS numbers).
  *   ownership     every buffer belongs to the caller, and is used only during the call.
+ *                 A null one that is not allowed for is treated like an unknown id.
  *   failure       quiet: a neutral result (0, false or -1), and outputs left untouched. nimbrelLastError says more where
  *                 the failure has a reason worth telling. No exception leaves the library, and no input ends the process.
  *   diagnostics   plain lines on standard output. A host that prints results there redirects it around the library.
@@ -64,8 +65,8 @@ NIMBREL_API void reset(void);
 NIMBREL_API const char* nimbrelVersion(void);
 
 /**
- * Why the last load or build failed, in one line of UTF-8 without a file name; empty when none did. Loading and
- * createOPC clear it when they begin. The text is valid until the calling thread asks again. Any thread.
+ * Why the last load, build or read of a node's points failed, in one line of UTF-8 without a file name; empty when none
+ * did. Loading and createOPC clear it when they begin. The text is valid until the calling thread asks again. Any thread.
  */
 NIMBREL_API const char* nimbrelLastError(void);
 
@@ -79,12 +80,13 @@ NIMBREL_API const char* nimbrelLastError(void);
  * path  the file. The first to open a path gets it for writing where the system allows that; later ones read only.
  *
  * Returns the id, or -1: the engine is not armed, the file does not exist, is no regular file, is shorter than 124
- * bytes, or is damaged (its tree or its points' places do not fit the file). nimbrelLastError tells which.
+ * bytes, or is damaged (its tree does not fit its header or the file). nimbrelLastError tells which. A node whose points
+ * lie outside the file does not keep it from loading: that node is a failed read.
  *
  * The id is the number of clouds that were open before, not a running number: after a cloud other than the last was
  * closed, the next load can get the id of a living cloud, and calls then reach the older of the two.
  *
- * Cost: one read of the tree, and some 400 bytes of memory a node.
+ * Cost: one read of the tree, and some 300 bytes of memory a node.
  */
 NIMBREL_API int loadPointCloudFile(const wchar_t* path);
 
@@ -160,6 +162,9 @@ NIMBREL_API int getNodeCount(int id);
  *
  * out  3 bytes a node, getNodeCount(id) nodes: the mask (bit 0: the low child exists, bit 1: the high child exists,
  *      bits 2 and 3: split on X or on Y, neither: on Z), then the point count, 16 bits, little-endian
+ *
+ * Boxes follow from the root's, which getOrigin gives: a split halves a box on its axis, at (minimum + maximum) * 0.5. A
+ * point can lie outside its node's box by half the grid that the file was built with, 5 units at most.
  */
 NIMBREL_API void getTreeStructure(int id, char* out);
 
@@ -170,7 +175,7 @@ NIMBREL_API void getTreeStructure(int id, char* out);
  * colour  attributes, 5 bytes a point
  *
  * A node that is not resident is read on the calling thread, which may block. If that read fails, each point is
- * the node's minimum corner in black.
+ * the node's minimum corner in black, and nimbrelLastError says so.
  */
 NIMBREL_API void getNodePoints(int id, int node, double* xyz, char* colour);
 
@@ -239,8 +244,8 @@ NIMBREL_API void setProtection(int id, int64_t value1, int64_t value2);
  * box         holds every point; points outside are refused. It is widened by 0.01 on all sides
  * pointCount  points to come. The work files start at a size that suits it and grow when more come
  * key         as for initEngine
- * buildType   0: version 17, fixed size points, exact to 0.0001 units. 1: version 18, a third of the size, colours cut
- *             to 4 or 5 bits, classes to 4 bits, one point a grid cell
+ * buildType   0: version 17, fixed size points, on a grid of 0.0001 units. 1: version 18, about 0.6 of the size,
+ *             colours cut to 4 or 5 bits, classes to 4 bits, one point a grid cell
  * voxelSize   not used by these two
  *
  * Returns false for a refused key. A file that can't be made is not reported here: every addPoints then refuses its
@@ -271,7 +276,8 @@ NIMBREL_API bool addPoints(const double* xyz, const unsigned char* attributes, i
  * duplicateRadius  drops points nearer than this to one that is kept; 0 for none, at most 10.0
  * indexParameter   stored in the header as it is
  *
- * Noise and duplicates are looked for among the points of one leaf of the tree, some 16,000, not across leaves.
+ * Noise and duplicates are looked for among the points of one leaf of the tree, some 16,000, not across leaves. A
+ * cloud that fits into a single node keeps all its points, unrounded and unfiltered.
  */
 NIMBREL_API void indexOPC(double noiseRadius, double filterSize, double duplicateRadius, double indexParameter);
 

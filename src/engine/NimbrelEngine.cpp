@@ -22,8 +22,9 @@
 // ---- Lifecycle
 
 int initEngine(const char* key) {
-    init = License::isValid(key);
-    return init ? 1 : -1;
+    const bool accepted = License::isValid(key);
+    init = accepted;
+    return accepted ? 1 : -1;
 }
 
 static void stopPool(const char* line, ThreadPool& pool) {
@@ -33,25 +34,31 @@ static void stopPool(const char* line, ThreadPool& pool) {
 
 void shutdownEngine() {
     reset();
-    for (ThreadPool* pool : {&processingPool(), &diskPool(), &cachePool, &opcCache}) pool->accepting = false;
-    stopPool("Joining Processor\n", processingPool());
-    stopPool("Joining Disk\n", diskPool());
-    stopPool("Joining OPC\n", opcCache);
-    stopPool("Joining Cache\n", cachePool);
+    guarded(0, [] {
+        for (ThreadPool* pool : {&processingPool(), &diskPool(), &cachePool, &opcCache}) pool->accepting = false;
+        stopPool("Joining Processor\n", processingPool());
+        stopPool("Joining Disk\n", diskPool());
+        stopPool("Joining OPC\n", opcCache);
+        stopPool("Joining Cache\n", cachePool);
+        return 0;
+    });
+}
+
+// The id of the cloud at a place in the table, if the table is that long.
+static std::optional<int> idAt(size_t place) {
+    std::shared_lock lock(mutex_);
+    if (place >= pointClouds.size()) return std::nullopt;
+    return pointClouds[place]->getID();
 }
 
 void reset() {
-    // Each close moves the rest up by one place while the walk goes on to the next: every second cloud stays. Hosts
-    // count on it.
-    for (size_t i = 0;; ++i) {
-        int id = 0;
-        {
-            std::shared_lock lock(mutex_);
-            if (i >= pointClouds.size()) return;
-            id = pointClouds[i]->getID();
-        }
-        closePointCloud(id);
-    }
+    guarded(0, [] {
+        // Each close moves the rest up by one place while the walk goes on to the next: every second cloud stays. Hosts
+        // count on it.
+        size_t place = 0;
+        while (const std::optional<int> id = idAt(place++)) closePointCloud(*id);
+        return 0;
+    });
 }
 
 const char* nimbrelVersion() {
@@ -60,10 +67,12 @@ const char* nimbrelVersion() {
 
 const char* nimbrelLastError() {
     thread_local std::string text;
-    return guarded("", [] {
+    guarded(0, [] {
         text = lastError();
-        return text.c_str();
+        return 0;
     });
+    // The analyzer takes a thread_local string for a local one that goes with the call.
+    return text.c_str(); // NOLINT(clang-analyzer-cplusplus.InnerPointer)
 }
 
 // ---- The table of clouds
@@ -174,6 +183,7 @@ void setScale(int id, double scale) {
 }
 
 void setPointCloudPosition(int id, const double* matrix) {
+    if (!matrix) return;
     withCloud(id, [matrix](PointCloud& cloud) { cloud.setModelMatrix(glm::make_mat4(matrix)); });
 }
 

@@ -1,4 +1,4 @@
-// The exports that look into a cloud, and those of its header.
+// The exports that look into a cloud, and those of its header. A null buffer is treated like an unknown id.
 
 #include "engine/EngineState.h"
 #include "engine/PointCloud.h"
@@ -14,6 +14,7 @@
 // ---- Queries
 
 void getBoundingBox(int id, double* out) {
+    if (!out) return;
     withCloud(id, [out](PointCloud& cloud) {
         const double* box = cloud.getOPC().getRootNode()->getBoundingBox();
         // Two corners and not eight: with a rotated placement these are no longer a minimum and a maximum.
@@ -40,10 +41,12 @@ int getNodeCount(int id) {
 }
 
 void getTreeStructure(int id, char* out) {
+    if (!out) return;
     withCloud(id, [out](PointCloud& cloud) { cloud.getTreeStructure(out); });
 }
 
 void getNodePoints(int id, int node, double* xyz, char* colour) {
+    if (!xyz || !colour) return;
     withCloud(id, [=](PointCloud& cloud) { cloud.getOPC().getPoints(xyz, colour, node); });
 }
 
@@ -55,18 +58,21 @@ int getNodePointCount(int id, int node) {
 }
 
 int getNodeSelections(int id, int node, char* out) {
+    if (!out) return 0;
     return withCloud(id, 0, [=](PointCloud& cloud) { return cloud.getOPC().getSelections(out, node); });
 }
 
 // ---- Header
 
 void getHeader(int id, char* out) {
+    if (!out) return;
     withCloud(id, [out](PointCloud& cloud) {
         cloud.getOPC().withHeader([out](OPCHeader& header) { header.getHeaderData(out); });
     });
 }
 
 void setHeader(int id, char* in) {
+    if (!in) return;
     guarded(0, [=] {
         std::shared_lock lock(mutex_);
         // The search goes on past a cloud that can't be written: ids can repeat.
@@ -95,6 +101,7 @@ int64_t getReserved(int id) {
 }
 
 void getOrigin(int id, double* out) {
+    if (!out) return;
     withCloud(id, [out](PointCloud& cloud) {
         cloud.getOPC().withHeader(
             [out](OPCHeader& header) { std::copy(header.boundingBox.begin(), header.boundingBox.end(), out); });

@@ -7,17 +7,19 @@
 #include "stream/OPCNode.h"
 
 #include <cstring>
+#include <new>
 #include <stdexcept>
 
 OPC::OPC(std::shared_ptr<PointCloudFile> fileIn) : file(std::move(fileIn)), header(std::make_unique<OPCHeader>()) {
     try {
-        read();
-        loaded = true;
+        loaded = read();
     } catch (const std::exception& failure) {
         nodes.clear();
         rootNode.reset();
-        logText(std::string(failure.what()) + "\n");
-        setLastError(failure.what());
+        const bool noMemory = dynamic_cast<const std::bad_alloc*>(&failure) != nullptr;
+        const char* reason = noMemory ? "there is not enough memory for the tree" : failure.what();
+        logText(std::string(reason) + "\n");
+        setLastError(reason);
     }
 }
 
@@ -25,16 +27,21 @@ OPC::~OPC() {
     logText("Destroying OPC\n");
 }
 
-void OPC::read() {
+bool OPC::read() {
     file->readHeader(header.get());
     logText("Node Count: " + std::to_string(header->nodeCount) + "\nPoint Count: " +
             std::to_string(header->pointCount) + "\nVersion: " + std::to_string(header->version) + "\n");
-    if (!header->isValid()) throw std::runtime_error("the header is not that of a point file");
+    if (!header->isValid()) {
+        // Hosts know this case by the three lines alone.
+        setLastError("the header is not that of a point file");
+        return false;
+    }
     if (header->version == OPCHeader::VERSION_VOXEL) {
         throw std::runtime_error("voxel models can't be opened by this version");
     }
     rootNode = OPCNode::makeTree(file, *header);
     rootNode->populateNodeTreeList(&nodes);
+    return true;
 }
 
 OPCInterface* OPC::getNode(int nodeIndex) const {
@@ -52,7 +59,9 @@ void OPC::getPoints(double* xyz, char* colour, int nodeIndex) const {
     if (!node) return;
     const auto count = static_cast<size_t>(node->getPointCount());
     std::vector<unsigned char> vertices(count * Vertex::SIZE);
-    node->loadPointDataToGPUFormat(vertices);
+    if (!node->loadPointDataToGPUFormat(vertices)) {
+        setLastError("the points of node " + std::to_string(nodeIndex) + " can't be read");
+    }
     const double* corner = node->getBoundingBox();
     for (const unsigned char* vertex = vertices.data(); vertex != vertices.data() + vertices.size();
          vertex += Vertex::SIZE) {

@@ -39,7 +39,7 @@ public:
     void getPoints(double* xyz, char* colour, int nodeIndex) const;
 
 private:
-    void read();
+    [[nodiscard]] bool read(); // false for a header that is no point file's; other faults are thrown
 
     bool loaded = false;
     std::shared_ptr<PointCloudFile> file; // shared with the PointCloud and the nodes

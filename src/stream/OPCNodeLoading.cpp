@@ -51,7 +51,7 @@ void OPCNode::unregisterWindow(int window) {
         auto& node = static_cast<OPCNode&>(next);
         const uint8_t before = node.windowVisibility.fetch_and(static_cast<uint8_t>(~bit));
         pool.DeleteJob(node.loadJobId(window));
-        if ((before & bit) != 0 && before == bit) {
+        if (bit != 0 && before == bit) {
             std::lock_guard lock(node.nodeMutex);
             // Asked again: the visibility pass may just have shown the node in another window.
             if (node.windowVisibility == 0) node.freeVertices();

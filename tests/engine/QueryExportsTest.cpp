@@ -60,6 +60,7 @@ TEST_F(QueryExports, FailedReadGivesTheCornerInBlack) {
     EXPECT_EQ(2, xyz[1]);
     EXPECT_EQ(3, xyz[2]);
     EXPECT_TRUE(allAre(colour, '\0'));
+    EXPECT_STREQ("the points of node 0 can't be read", nimbrelLastError());
 }
 
 TEST_F(QueryExports, LeaveOutputsUntouchedWhereThereIsNothing) {
@@ -80,6 +81,24 @@ TEST_F(QueryExports, LeaveOutputsUntouchedWhereThereIsNothing) {
         EXPECT_TRUE(allAre(xyz, 7.0)) << id << ", " << node;
         EXPECT_TRUE(allAre(bytes, '\7')) << id << ", " << node;
     }
+}
+
+TEST_F(QueryExports, NullBuffersDoNothing) {
+    const int id = loadSmallCloud();
+    char byte = 7;
+    double number = 7;
+    getBoundingBox(id, nullptr);
+    getTreeStructure(id, nullptr);
+    getNodePoints(id, 0, nullptr, &byte);
+    getNodePoints(id, 0, &number, nullptr);
+    EXPECT_EQ(0, getNodeSelections(id, 0, nullptr));
+    getHeader(id, nullptr);
+    setHeader(id, nullptr);
+    getOrigin(id, nullptr);
+    setPointCloudPosition(id, nullptr);
+    EXPECT_EQ(7, byte);
+    EXPECT_EQ(7, number);
+    EXPECT_EQ(3, getNodeCount(id));
 }
 
 TEST_F(QueryExports, NoSelectionLeavesTheOutputAlone) {

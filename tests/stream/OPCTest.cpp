@@ -6,6 +6,7 @@
 #include "support/PointFileMaker.h"
 #include "support/TempDir.h"
 
+#include <cstring>
 #include <gtest/gtest.h>
 #include <limits>
 #include <tuple>
@@ -18,6 +19,35 @@ std::unique_ptr<OPC> open(const TempDir& dir, const Bytes& bytes, bool writable 
     setLastError("");
     return std::make_unique<OPC>(file);
 }
+
+// A source whose tree has the records of a server, and whose points are fetched by node.
+class ServerStub final : public PointCloudFile {
+public:
+    explicit ServerStub(Bytes treeIn) : tree(std::move(treeIn)) {}
+    bool isReadOnly() override { return true; }
+    void openFile(const std::wstring&, bool, long long) override {}
+    void closeFile() override {}
+    void setEnabled(bool) override {}
+    bool readData(char* out, long long nodeIndex, long long, int size) override {
+        if (nodeIndex != 1) return false;
+        // 1.5, 2.5 and 0.5 as floats, then the attributes.
+        const unsigned char point[17] = {0, 0, 0xC0, 0x3F, 0, 0, 0x20, 0x40, 0, 0, 0, 0x3F, 1, 2, 3, 4, 5};
+        return size == 17 && std::memcpy(out, point, sizeof(point)) == out;
+    }
+    bool saveData(const char*, long long, int) override { return false; }
+    void readHeader(OPCHeader* header) override {
+        PointFileMaker maker(18);
+        maker.nodeCount = 2;
+        header->setHeaderData(reinterpret_cast<const char*>(maker.header().data()));
+    }
+    bool isNetwork() override { return true; }
+    unsigned char* getTreeStructure() override { return tree.data(); }
+    int64_t getTreeStructureSize() override { return static_cast<int64_t>(tree.size()); }
+    bool backs(int64_t, int64_t) override { return false; } // it has no places
+
+private:
+    Bytes tree;
+};
 
 std::vector<double> boxOf(OPCInterface* node) {
     return {node->getBoundingBox(), node->getBoundingBox() + 6};
@@ -82,6 +112,24 @@ TEST(OPC, ReadsVersion18AndTreatsOthersAsFixed) {
         EXPECT_NE(18, fixed->getNode(0)->getVersion()) << version;
         EXPECT_EQ(14, fixed->getNode(2)->getBytesPerVertex()) << version;
     }
+}
+
+TEST(OPC, ReadsTreeAndPointsOfAServer) {
+    OPC opc(std::make_shared<ServerStub>(Bytes{6, 2, 0, 4, 1, 0}));
+    ASSERT_TRUE(opc.isLoaded());
+    EXPECT_EQ(2, opc.getNode(0)->getOriginalPointCount());
+    EXPECT_EQ(17U, opc.getNode(1)->getDiskSize());
+    double xyz[6];
+    char colour[10];
+    opc.getPoints(xyz, colour, 1);
+    EXPECT_EQ(5.5, xyz[0]); // the corner is added
+    EXPECT_EQ(2.5, xyz[1]);
+    EXPECT_EQ(0.5, xyz[2]);
+    EXPECT_EQ(5, colour[4]);
+    opc.getPoints(xyz, colour, 0); // a failed read
+    EXPECT_EQ(0.0, xyz[3]);
+    EXPECT_FALSE(opc.getNode(1)->writeNodeStructure());
+    EXPECT_FALSE(OPC(std::make_shared<ServerStub>(Bytes{6, 2, 0, 4, 1})).isLoaded()) << "a body cut short";
 }
 
 TEST(OPC, RefusesDamagedFilesWithAReason) {

@@ -1,0 +1,121 @@
+#include "commands/Commands.h"
+#include "support/Failure.h"
+#include "support/Interrupt.h"
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <nimbrel/NimbrelEngine.h>
+
+#include <exception>
+#include <new>
+#include <sstream>
+
+// Parsing, and the one place where a command's end becomes an exit status and a message.
+
+static constexpr int DONE = 0;
+static constexpr int FAILED = 1;
+static constexpr int WRONG_USAGE = 2;
+static constexpr int INTERRUPTED = 128; // plus the number of the signal, as shells have it
+
+namespace {
+struct Switches {
+    bool quiet = false;
+    bool verbose = false;
+};
+} // namespace
+
+static void describeProgram(CLI::App& program) {
+    program.name("nimbrel");
+    program.set_version_flag("--version", std::string("nimbrel ") + nimbrelVersion(), "Show the version and exit");
+    program.set_help_flag("-h,--help", "Show this help and exit");
+    program.require_subcommand(1);
+    program.footer("Examples:\n"
+                   "  nimbrel sample town.las                make points to try things with\n"
+                   "  nimbrel build town.las -o town.opc     turn them into a point file\n"
+                   "  nimbrel info town.opc                  tell about it\n"
+                   "  nimbrel view town.opc                  look at it in a window\n"
+                   "  nimbrel render town.opc -o town.png    or draw it into a picture\n"
+                   "  nimbrel points town.opc -o back.las    get the points back\n\n"
+                   "'nimbrel COMMAND --help' tells more. Exit status: 0 done, 1 failed, 2 wrong usage,\n"
+                   "128 + N ended by signal N (130 for Ctrl-C; unfinished files are removed).");
+}
+
+static void addSwitches(CLI::App& program, Switches& switches) {
+    for (CLI::App* command : program.get_subcommands({})) {
+        command->add_flag("-q,--quiet", switches.quiet, "No progress and no summary; errors and warnings only");
+        command->add_flag("-v,--verbose", switches.verbose, "Show the engine's log on standard error");
+    }
+}
+
+// The parser's help, version or complaint; the exit status that goes with it.
+static int reportParse(const CLI::App& program, const CLI::ParseError& error, Host& host) {
+    if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
+        std::ostringstream text;
+        program.exit(error, text, text);
+        host.output.print(text.str());
+        host.output.flush();
+        return DONE;
+    }
+    const auto used = program.get_subcommands();
+    const std::string command = used.empty() ? "" : " " + used.front()->get_name();
+    const std::vector<std::string> unknown = program.remaining();
+    // The parser only says that a command is missing when it does not know the one that is there.
+    const bool isUnknown = used.empty() && !unknown.empty();
+    const std::string problem = isUnknown ? "there is no command '" + unknown.front() + "'" : error.what();
+    host.console.error(problem + "\nTry 'nimbrel" + command + " --help'.");
+    return WRONG_USAGE;
+}
+
+static int parseAndRun(int argc, const char* const* argv, Host& host) {
+    CLI::App program("Builds point files of any size, shows them, looks into them, and gets their points back.");
+    Command chosen;
+    Switches switches;
+    describeProgram(program);
+    addBuildCommand(program, chosen);
+    addInfoCommand(program, chosen);
+    addPointsCommand(program, chosen);
+    addRenderCommand(program, chosen);
+    addSampleCommand(program, chosen);
+    addViewCommand(program, chosen);
+    addSwitches(program, switches);
+    try {
+        program.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return reportParse(program, error, host);
+    }
+    host.console.setQuiet(switches.quiet);
+    host.output.redirectLog(switches.verbose);
+    chosen(host);
+    host.output.flush();
+    return DONE;
+}
+
+static int runToEnd(int argc, const char* const* argv, Host& host) {
+    try {
+        return parseAndRun(argc, argv, host);
+    } catch (const OutputClosed&) {
+        return DONE;
+    } catch (const UsageFailure& failure) {
+        host.console.error(failure.what());
+        return WRONG_USAGE;
+    } catch (const std::bad_alloc&) {
+        checkInterrupt();
+        host.console.error("there is not enough memory");
+    } catch (const std::exception& failure) {
+        checkInterrupt(); // what fails after a signal, such as an input that ends, fails because of it
+        host.console.error(failure.what());
+    }
+    return FAILED;
+}
+
+int runCommandLine(int argc, const char* const* argv) {
+    Host host;
+    watchInterrupts();
+    try {
+        return runToEnd(argc, argv, host);
+    } catch (const Interrupted& interruption) {
+        host.console.error("interrupted");
+        return INTERRUPTED + interruption.signal;
+    }
+}

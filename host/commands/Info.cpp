@@ -1,0 +1,177 @@
+#include "cloud/CloudTree.h"
+#include "cloud/EngineSession.h"
+#include "cloud/OpenCloud.h"
+#include "commands/Commands.h"
+#include "support/Interrupt.h"
+#include "support/Text.h"
+
+#define PICOJSON_USE_INT64
+#include <picojson.h>
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <fmt/format.h>
+#include <iterator>
+#include <memory>
+
+namespace {
+struct InfoOptions {
+    std::string file;
+    bool json = false;
+    bool tree = false;
+    uint64_t depth = 10;
+};
+
+// Numbers that follow from the facts; 0 where there is nothing to divide by.
+struct Figures {
+    double bytesPerPoint = 0;
+    double density = 0; // points a square unit of the box, seen from above
+
+    explicit Figures(const CloudFacts& facts) {
+        if (facts.points <= 0) return;
+        const auto points = static_cast<double>(facts.points);
+        bytesPerPoint = static_cast<double>(facts.fileSize) / points;
+        const double area = (facts.box[3] - facts.box[0]) * (facts.box[4] - facts.box[1]);
+        if (area > 0.0) density = points / area;
+    }
+};
+} // namespace
+
+static const char* formOf(int version) {
+    return version == 18 ? "delta coded points" : "fixed size points";
+}
+
+// JSON has no word for infinities and NaN, which a damaged header may hold.
+static picojson::value jsonNumber(double value) {
+    return std::isfinite(value) ? picojson::value(value) : picojson::value();
+}
+
+static picojson::value jsonNumber(uint64_t value) {
+    return picojson::value(static_cast<int64_t>(value));
+}
+
+static picojson::array jsonLevels(const CloudTree& tree) {
+    picojson::array levels;
+    for (const CloudTree::Level& level : tree.levels()) {
+        picojson::object entry;
+        entry["level"] = jsonNumber(uint64_t{levels.size()});
+        entry["nodes"] = jsonNumber(level.nodes);
+        entry["points"] = jsonNumber(level.points);
+        levels.emplace_back(entry);
+    }
+    return levels;
+}
+
+static std::string describeAsJson(const std::string& file, const CloudFacts& facts, const CloudTree& tree) {
+    const Figures figures(facts);
+    picojson::object json;
+    json["file"] = picojson::value(file);
+    json["version"] = picojson::value(int64_t{facts.version});
+    json["form"] = picojson::value(formOf(facts.version));
+    json["nodes"] = picojson::value(int64_t{facts.nodes});
+    json["points"] = picojson::value(facts.points);
+    json["pointsBuilt"] = picojson::value(facts.pointsBuilt);
+    picojson::array bounds;
+    for (const double value : facts.box) bounds.push_back(jsonNumber(value));
+    json["bounds"] = picojson::value(bounds);
+    json["spacing"] = jsonNumber(facts.spacing);
+    json["indexParameter"] = jsonNumber(facts.indexParameter);
+    json["protected"] = picojson::value(facts.isProtected);
+    json["fileSize"] = jsonNumber(facts.fileSize);
+    json["bytesPerPoint"] = jsonNumber(figures.bytesPerPoint);
+    json["density"] = jsonNumber(figures.density);
+    json["levels"] = picojson::value(jsonLevels(tree));
+    return picojson::value(json).serialize(true);
+}
+
+static void printFacts(const std::string& file, const CloudFacts& facts, StandardOutput& output) {
+    const Figures figures(facts);
+    const std::array<double, 6>& box = facts.box;
+    std::string text = file + "\n";
+    const auto row = [&text](const char* name, const std::string& value) {
+        fmt::format_to(std::back_inserter(text), "  {:<10} {}\n", name, value);
+    };
+    row("version", fmt::format("{}, {}", facts.version, formOf(facts.version)));
+    row("points", grouped(static_cast<uint64_t>(facts.points)));
+    if (facts.pointsBuilt != facts.points) {
+        row("built with", fmt::format("{} points", grouped(static_cast<uint64_t>(facts.pointsBuilt))));
+    }
+    row("nodes", grouped(static_cast<uint64_t>(facts.nodes)));
+    row("size", fmt::format("{}, {:.2f} bytes a point", byteSize(facts.fileSize), figures.bytesPerPoint));
+    for (size_t axis = 0; axis < 3; ++axis) {
+        const std::string name(1, "xyz"[axis]);
+        row(name.c_str(),
+            fmt::format("{:.12g} to {:.12g}, {:.6g} units", box[axis], box[axis + 3], box[axis + 3] - box[axis]));
+    }
+    row("spacing", fmt::format("{} units between points of the root", facts.spacing));
+    row("density", fmt::format("{:.4g} points a square unit, seen from above", figures.density));
+    if (facts.isProtected) row("protected", "yes");
+    output.print(text);
+}
+
+static void printLevels(const CloudTree& tree, StandardOutput& output) {
+    output.print(fmt::format("  {:>5} {:>15} {:>18}\n", "level", "nodes", "points"));
+    size_t number = 0;
+    for (const CloudTree::Level& level : tree.levels()) {
+        checkInterrupt();
+        output.print(fmt::format("  {:>5} {:>15} {:>18}\n", number++, grouped(level.nodes), grouped(level.points)));
+    }
+}
+
+static void printNodes(const CloudTree& tree, uint64_t depth, StandardOutput& output) {
+    constexpr uint32_t DEEPEST_INDENT = 60; // a chain may be a million levels deep
+    uint64_t hidden = 0;
+    size_t number = 0;
+    for (const CloudTree::Node& node : tree.nodes()) {
+        checkInterrupt();
+        const size_t index = number++;
+        if (node.level > depth) {
+            ++hidden;
+            continue;
+        }
+        const std::string indent(size_t{2} * std::min(node.level, DEEPEST_INDENT), ' ');
+        std::string children = node.hasLowChild ? "low" : "";
+        if (node.hasHighChild) children += node.hasLowChild ? " and high" : "high";
+        if (!children.empty()) children += std::string(" on ") + node.splitAxis;
+        output.print(fmt::format("{}{}: {} points{}{}\n", indent, index, grouped(node.points),
+                                 children.empty() ? "" : ", ", children));
+    }
+    if (hidden > 0) output.print(fmt::format("{} nodes below level {}\n", grouped(hidden), depth));
+}
+
+static void runInfo(const InfoOptions& options, Host& host) {
+    const EngineSession session;
+    const OpenCloud cloud(options.file);
+    const CloudFacts facts = cloud.facts();
+    const CloudTree tree = CloudTree::ofCloud(cloud.id(), options.file);
+    if (options.json) {
+        host.output.print(describeAsJson(options.file, facts, tree));
+    } else if (options.tree) {
+        printNodes(tree, options.depth, host.output);
+    } else {
+        printFacts(options.file, facts, host.output);
+        printLevels(tree, host.output);
+    }
+}
+
+void addInfoCommand(CLI::App& program, Command& chosen) {
+    const auto options = std::make_shared<InfoOptions>();
+    CLI::App* command = program.add_subcommand("info", "Tell what is in a point file");
+    command->add_option("FILE", options->file, "The point file")->required();
+    CLI::Option* json = command->add_flag("--json", options->json, "All of it as JSON, numbers in full precision");
+    CLI::Option* tree = command->add_flag("--tree", options->tree, "The nodes of the tree instead, in pre-order");
+    json->excludes(tree);
+    command->add_option("--depth", options->depth, "Deepest level that --tree shows, the root's is 0")
+        ->capture_default_str()
+        ->needs(tree)
+        ->type_name("N")
+        ->check(wholeNumberFrom(0, UINT32_MAX));
+    command->footer("The JSON has file, version, form, nodes, points, pointsBuilt, bounds, spacing, indexParameter,\n"
+                    "protected, fileSize, bytesPerPoint, density and levels (level, nodes, points).\n\n"
+                    "Example: nimbrel info town.opc --json");
+    command->callback([options, &chosen] { chosen = [options](Host& host) { runInfo(*options, host); }; });
+}

@@ -1,0 +1,5 @@
+#include "commands/Commands.h"
+
+int main(int argc, char** argv) {
+    return runCommandLine(argc, argv);
+}

@@ -1,0 +1,285 @@
+#include "ProgramRunner.h"
+#include "TestFiles.h"
+
+#define PICOJSON_USE_INT64
+#include <picojson.h>
+
+#include <sys/stat.h>
+
+// The program as a user meets it: what it prints where, and how it ends.
+
+static bool isIn(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+static std::string inputIn(const TemporaryFolder& folder) {
+    return folder.write("points.xyz", "0 0 0 10 20 30\n1 2 3 40 50 60\n4 0.5 2 255 0 128\n");
+}
+
+static size_t countFiles(const TemporaryFolder& folder) {
+    size_t count = 0;
+    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(folder.path)) ++count;
+    return count;
+}
+
+TEST(CommandLine, RefusesWrongUsage) {
+    const TemporaryFolder folder;
+    const std::string input = inputIn(folder);
+    const std::string output = folder.file("out.opc");
+    const std::pair<std::vector<std::string>, const char*> cases[] = {
+        {{}, "subcommand"},
+        {{"fly"}, "there is no command 'fly'"},
+        {{"build"}, "INPUT"},
+        {{"build", input}, "--output"},
+        {{"build", input, "-o", output, "--sideways"}, "--sideways"},
+        {{"build", input, "-o", output, "--grid", "nan"}, "--grid"},
+        {{"build", input, "-o", output, "--grid", "0.00001"}, "--grid"},
+        {{"build", input, "-o", output, "--noise", "1.5"}, "--noise"},
+        {{"build", input, "-o", output, "--duplicates", "1e3"}, "--duplicates"},
+        {{"build", input, "-o", output, "--bounds", "0,0,0,1,1"}, "six numbers"},
+        {{"build", input, "-o", output, "--bounds", "0,0,0,1,1,inf"}, "six numbers"},
+        {{"build", input, "-o", output, "--bounds", "0,0,0,1,1,1,"}, "six numbers"},
+        {{"build", input, "-o", output, "--bounds", "0,0,5,1,1,1"}, "smallest z"},
+        {{"build", input, "-o", output, "--colour-limit", "0"}, "--colour-limit"},
+        {{"build", input, "-o", ""}, "empty"},
+        {{"info"}, "FILE"},
+        {{"info", output, "--json", "--tree"}, "--tree"},
+        {{"info", output, "--depth", "3"}, "--tree"},
+        {{"points", output, "-o", "a.csv", "--class", "256"}, "--class"},
+        {{"points", output, "-o", "a.csv", "--every", "0"}, "--every"},
+        {{"points", output, "-o", "a.csv", "--level", "1", "--node", "1"}, "--level"},
+        {{"sample", "a.las", "--points", "-5"}, "--points"},
+        {{"sample", "a.las", "--points", "0"}, "--points"},
+    };
+    for (const auto& [arguments, part] : cases) {
+        const RunResult result = runNimbrel(arguments);
+        const std::string what = arguments.empty() ? "no arguments" : arguments.back();
+        EXPECT_EQ(2, result.status) << what << result.err;
+        EXPECT_TRUE(result.err.starts_with("nimbrel: ")) << result.err;
+        EXPECT_TRUE(isIn(result.err, part)) << what << ": " << result.err;
+        EXPECT_EQ("", result.out) << what;
+    }
+    EXPECT_EQ(1U, countFiles(folder));
+}
+
+TEST(CommandLine, NamesTheFileThatFails) {
+    const TemporaryFolder folder;
+    const std::string input = inputIn(folder);
+    const std::string output = folder.file("out.opc");
+    const std::string taken = folder.write("taken.opc", "mine");
+    const std::string garbage = folder.write("garbage.opc", std::string(200, 'x'));
+    const std::string empty = folder.write("empty.xyz", "x y z\n");
+    const std::string cut = folder.file("cut.opc");
+    ASSERT_EQ(0, runNimbrel({"build", input, "-o", cut}).status);
+    std::filesystem::resize_file(cut, std::filesystem::file_size(cut) - 1);
+    const std::string missing = folder.file("missing.las");
+    const std::string badName = folder.file("\xff.opc");
+    struct Case {
+        std::vector<std::string> arguments;
+        std::string file;
+        const char* part;
+    };
+    const Case cases[] = {
+        {{"build", missing, "-o", output}, missing, ""},
+        {{"build", input, missing, "-o", output}, missing, ""},
+        {{"build", empty, "-o", output}, empty, "no points"},
+        {{"build", input, "-o", output, "--bounds", "7,7,7,8,8,8"}, input, "within the bounds"},
+        {{"build", input, "-o", taken}, taken, "--force"},
+        {{"build", input, "-o", input, "--force"}, input, "is an input"},
+        {{"build", input, "-o", folder.path.string(), "--force"}, folder.path.string(), "not a regular file"},
+        {{"build", input, "-o", folder.file("no/out.opc")}, folder.file("no/out.opc"), "folder"},
+        {{"build", input, "-o", badName}, badName, "UTF-8"},
+        {{"build", folder.path.string(), "-o", output}, folder.path.string(), ""},
+        {{"info", missing}, missing, "does not exist"},
+        {{"info", garbage}, garbage, ""},
+        {{"info", badName}, badName, "UTF-8"},
+        {{"points", missing, "-o", folder.file("a.csv")}, missing, ""},
+        {{"points", cut, "-o", folder.file("a.csv")}, cut, "node 0 can't be read"},
+        {{"points", garbage, "-o", garbage, "-f"}, garbage, "is an input"},
+        {{"sample", folder.file("a.doc")}, folder.file("a.doc"), ""},
+        {{"sample", taken}, taken, "--force"},
+    };
+    const size_t before = countFiles(folder);
+    for (const Case& entry : cases) {
+        const RunResult result = runNimbrel(entry.arguments);
+        EXPECT_EQ(1, result.status) << entry.file << entry.part;
+        EXPECT_TRUE(result.err.starts_with("nimbrel: " + entry.file + ": ")) << result.err << entry.part;
+        EXPECT_TRUE(isIn(result.err, entry.part)) << entry.part << ": " << result.err;
+        EXPECT_EQ("", result.out);
+    }
+    EXPECT_EQ("mine", bytesOf(taken));
+    EXPECT_EQ(before, countFiles(folder));
+}
+
+TEST(CommandLine, HelpsOnStandardOutput) {
+    for (const char* command : {"build", "info", "points", "sample"}) {
+        const RunResult result = runNimbrel({command, "--help"});
+        EXPECT_EQ(0, result.status) << command;
+        EXPECT_TRUE(isIn(result.out, std::string("nimbrel ") + command)) << result.out;
+        EXPECT_TRUE(isIn(runNimbrel({"--help"}).out, command));
+    }
+    const RunResult version = runNimbrel({"--version"});
+    EXPECT_EQ(0, version.status);
+    EXPECT_TRUE(version.out.starts_with("nimbrel ")) << version.out;
+    EXPECT_EQ("", version.err);
+}
+
+TEST(CommandLine, KeepsTheEngineLogOutOfTheResults) {
+    const TemporaryFolder folder;
+    const std::string cloud = folder.file("out.opc");
+    ASSERT_EQ(0, runNimbrel({"build", inputIn(folder), "-o", cloud}).status);
+    const RunResult plain = runNimbrel({"points", cloud, "-o", "-"});
+    EXPECT_EQ(0, plain.status);
+    EXPECT_TRUE(plain.out.starts_with("x,y,z,red,green,blue,intensity,class\n")) << plain.out;
+    EXPECT_EQ(4, std::count(plain.out.begin(), plain.out.end(), '\n')) << plain.out;
+    EXPECT_EQ("", plain.err);
+    const RunResult verbose = runNimbrel({"points", cloud, "-o", "-", "--verbose"});
+    EXPECT_EQ(plain.out, verbose.out);
+    EXPECT_TRUE(isIn(verbose.err, "Joining")) << verbose.err;
+}
+
+TEST(CommandLine, EndsQuietlyWhenNobodyReads) {
+    const TemporaryFolder folder;
+    const std::string sample = folder.file("town.ply");
+    const std::string cloud = folder.file("town.opc");
+    ASSERT_EQ(0, runNimbrel({"sample", sample, "--points", "20000"}).status);
+    ASSERT_EQ(0, runNimbrel({"build", sample, "-o", cloud}).status);
+    RunSetting unread;
+    unread.closedOutput = true;
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{"points", cloud, "-o", "-"}, {"info", cloud}, {"--help"}}) {
+        const RunResult result = runNimbrel(arguments, unread);
+        EXPECT_EQ(0, result.status) << arguments.front();
+        EXPECT_EQ("", result.err) << arguments.front();
+    }
+}
+
+TEST(CommandLine, WritesValidJson) {
+    const TemporaryFolder folder;
+    const std::string cloud = folder.file("quoted \"name\" \xc3\xa9.opc");
+    ASSERT_EQ(0, runNimbrel({"build", inputIn(folder), "-o", cloud, "--compressed"}).status);
+    const RunResult result = runNimbrel({"info", cloud, "--json"});
+    ASSERT_EQ(0, result.status) << result.err;
+    picojson::value json;
+    ASSERT_EQ("", picojson::parse(json, result.out));
+    EXPECT_EQ(18, json.get("version").get<int64_t>());
+    EXPECT_EQ(1, json.get("nodes").get<int64_t>());
+    EXPECT_EQ(cloud, json.get("file").get<std::string>());
+    EXPECT_TRUE(json.get("spacing").is<double>());
+    const double bounds[] = {-0.01, -0.01, -0.01, 4.01, 2.01, 3.01};
+    ASSERT_EQ(6U, json.get("bounds").get<picojson::array>().size());
+    for (size_t i = 0; i < 6; ++i) EXPECT_DOUBLE_EQ(bounds[i], json.get("bounds").get(i).get<double>()) << i;
+    const picojson::array& levels = json.get("levels").get<picojson::array>();
+    ASSERT_EQ(1U, levels.size());
+    EXPECT_EQ(1, levels[0].get("nodes").get<int64_t>());
+    EXPECT_EQ(json.get("points").get<int64_t>(), levels[0].get("points").get<int64_t>());
+    EXPECT_EQ(static_cast<int64_t>(std::filesystem::file_size(cloud)), json.get("fileSize").get<int64_t>());
+}
+
+TEST(CommandLine, ReplacesAnOutputOnlyWhenForced) {
+    const TemporaryFolder folder;
+    const std::string input = inputIn(folder);
+    const std::string cloud = folder.write("out.opc", "mine");
+    const std::string leftOver = folder.write("out.opc.part", "half");
+    EXPECT_EQ(1, runNimbrel({"build", input, "-o", cloud}).status);
+    EXPECT_EQ("mine", bytesOf(cloud));
+    EXPECT_EQ("half", bytesOf(leftOver));
+    EXPECT_EQ(1, runNimbrel({"build", folder.file("missing"), "-o", cloud, "--force"}).status);
+    EXPECT_EQ("mine", bytesOf(cloud));
+    EXPECT_EQ(0, runNimbrel({"build", input, "-o", cloud, "--force"}).status);
+    EXPECT_EQ(0, runNimbrel({"info", cloud}).status);
+    EXPECT_EQ(2U, countFiles(folder));
+}
+
+TEST(CommandLine, SampleIsTheSameForTheSameSeed) {
+    const TemporaryFolder folder;
+    for (const char* name : {"a.las", "b.las"}) {
+        ASSERT_EQ(0, runNimbrel({"sample", folder.file(name), "--points", "5000", "--seed", "7"}).status);
+    }
+    ASSERT_EQ(0, runNimbrel({"sample", folder.file("c.las"), "--points", "5000", "--seed", "8"}).status);
+    EXPECT_EQ(bytesOf(folder.file("a.las")), bytesOf(folder.file("b.las")));
+    EXPECT_NE(bytesOf(folder.file("a.las")), bytesOf(folder.file("c.las")));
+}
+
+// Each row reads the three points of inputIn() back through one filter; the first number of a line tells the point.
+TEST(CommandLine, FiltersPoints) {
+    const TemporaryFolder folder;
+    const std::string cloud = folder.file("out.opc");
+    const std::string input = folder.write("p.xyz", "x y z class\n0 0 0 2\n5 5 5 6\n9 9 9 2\n");
+    ASSERT_EQ(0, runNimbrel({"build", input, "-o", cloud, "-q"}).status);
+    const std::pair<std::vector<std::string>, size_t> cases[] = {
+        {{}, 3},
+        {{"--class", "2"}, 2},
+        {{"--class", "6,7"}, 1},
+        {{"--box", "4,4,4,6,6,6"}, 1},
+        {{"--box", "-1,-1,-1,10,10,10", "--every", "2"}, 2},
+        {{"--every", "3"}, 1},
+        {{"--level", "0"}, 3},
+        {{"--node", "0"}, 3},
+        {{"--class", "3"}, 0},
+    };
+    for (const auto& [filter, expected] : cases) {
+        std::vector<std::string> arguments{"points", cloud, "-o", "-"};
+        arguments.insert(arguments.end(), filter.begin(), filter.end());
+        const RunResult result = runNimbrel(arguments);
+        EXPECT_EQ(0, result.status) << result.err;
+        const auto lines = static_cast<size_t>(std::count(result.out.begin(), result.out.end(), '\n'));
+        EXPECT_EQ(expected + 1, lines) << (filter.empty() ? "all" : filter[0] + " " + filter[1]);
+    }
+    EXPECT_EQ(0, runNimbrel({"points", "--class", "2", cloud, "-o", "-"}).status);
+    EXPECT_EQ(1, runNimbrel({"points", cloud, "-o", "-", "--node", "1"}).status);
+}
+
+TEST(CommandLine, CountsWhatItLeavesOut) {
+    const TemporaryFolder folder;
+    std::string text;
+    for (int i = 0; i < 15000; ++i) {
+        // Each point twice; more than a single node holds, since that is not filtered.
+        const std::string line = std::to_string(i % 100) + " " + std::to_string(i / 100) + " 1\n";
+        text.append(line).append(line);
+    }
+    const std::string input = folder.write("p.xyz", text + "0 0 5\n7 7 -3\n");
+    const RunResult cropped =
+        runNimbrel({"build", input, "-o", folder.file("a.opc"), "--bounds", "0,0,0,99,150,2", "--duplicates", "0.1"});
+    ASSERT_EQ(0, cropped.status) << cropped.err;
+    std::istringstream lines(cropped.out);
+    std::vector<std::string> rows;
+    for (std::string line; std::getline(lines, line);) rows.push_back(line);
+    const auto rowWith = [&rows](const std::string& name, const std::string& count) {
+        return std::any_of(rows.begin(), rows.end(), [&](const std::string& row) {
+            return isIn(row, name) && row.ends_with(" " + count + " points");
+        });
+    };
+    EXPECT_TRUE(rowWith("read", "30,002")) << cropped.out;
+    EXPECT_TRUE(rowWith("outside the bounds", "2")) << cropped.out;
+    EXPECT_TRUE(rowWith("duplicates", "15,000")) << cropped.out;
+    EXPECT_TRUE(rowWith("written", "15,000")) << cropped.out;
+    EXPECT_EQ("", runNimbrel({"build", input, "-o", folder.file("b.opc"), "--quiet"}).out);
+}
+
+TEST(CommandLine, LeavesOutWithheldPointsWhenAsked) {
+    const TemporaryFolder folder;
+    const std::string input = folder.file("town.las");
+    ASSERT_EQ(0, runNimbrel({"sample", input, "--points", "100"}).status);
+    std::string bytes = bytesOf(input);
+    const auto at = [&bytes](size_t i) { return size_t{static_cast<unsigned char>(bytes[i])}; };
+    // LAS 1.4: where the points begin stands at 96, how long a record is at 105; bit 2 of byte 15 of a record of format
+    // 7 says withheld.
+    const size_t points = at(96) | at(97) << 8;
+    const size_t length = at(105) | at(106) << 8;
+    for (const size_t point : {0U, 50U, 99U}) bytes[points + point * length + 15] |= 4;
+    const std::string marked = folder.write("marked.las", bytes);
+    EXPECT_TRUE(isIn(runNimbrel({"build", marked, "-o", folder.file("all.opc")}).out, " 100 points\n"));
+    const RunResult result = runNimbrel({"build", marked, "-o", folder.file("some.opc"), "--skip-withheld"});
+    EXPECT_EQ(0, result.status) << result.err;
+    EXPECT_TRUE(isIn(result.out, " 97 points\n")) << result.out;
+    EXPECT_TRUE(isIn(result.out, " 3 points\n")) << result.out;
+}
+
+TEST(CommandLine, WarnsAboutAnInput) {
+    const TemporaryFolder folder;
+    const std::string input = folder.write("p.xyz", "1 1 1\n2 2 2\nnonsense\n3 3 3\n");
+    const RunResult result = runNimbrel({"build", input, "-o", folder.file("a.opc"), "-q"});
+    EXPECT_EQ(0, result.status);
+    EXPECT_TRUE(result.err.starts_with("nimbrel: " + input + ": warning: ")) << result.err;
+}

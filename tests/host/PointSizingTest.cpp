@@ -1,0 +1,29 @@
+#include "viewer/PointSizing.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+static constexpr PixelSize SIZE{160, 96};
+
+// One covered pixel every `spacing` in both directions, in the left half only.
+static std::vector<unsigned char> grid(int spacing) {
+    std::vector<unsigned char> covered;
+    for (int y = 0; y < SIZE.height; ++y) {
+        for (int x = 0; x < SIZE.width; ++x) {
+            covered.push_back(x < SIZE.width / 2 && x % spacing == 0 && y % spacing == 0 ? 1 : 0);
+        }
+    }
+    return covered;
+}
+
+TEST(PointSizing, ClosesTheGapsOfTheCoveredPart) {
+    EXPECT_EQ(2.0, choosePointSize(grid(1), SIZE));
+    EXPECT_EQ(3.0, choosePointSize(grid(2), SIZE));
+    EXPECT_EQ(6.0, choosePointSize(grid(4), SIZE));
+}
+
+TEST(PointSizing, StaysWithinWhatLooksLikeACloud) {
+    EXPECT_EQ(7.0, choosePointSize(grid(16), SIZE));
+    EXPECT_EQ(2.0, choosePointSize(std::vector<unsigned char>(160 * 96, 0), SIZE)) << "an empty picture";
+}

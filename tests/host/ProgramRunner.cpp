@@ -1,0 +1,122 @@
+#include "ProgramRunner.h"
+#include "TestFiles.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sched.h>
+#include <spawn.h>
+#include <stdexcept>
+#include <sys/inotify.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+static constexpr int PATIENCE_IN_MS = 240000;
+
+namespace {
+// A descriptor that is closed with the object.
+class Descriptor {
+public:
+    explicit Descriptor(int opened) : number(opened) {
+        if (number < 0) throw std::runtime_error("no descriptor");
+    }
+    ~Descriptor() { close(number); }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    [[nodiscard]] int get() const { return number; }
+
+private:
+    const int number;
+};
+
+// Waits for a file to appear in a folder. Made before the program starts, so that it misses nothing.
+class FolderWatch {
+public:
+    explicit FolderWatch(const std::filesystem::path& file)
+        : name(file.filename()), watch(inotify_init1(IN_NONBLOCK | IN_CLOEXEC)) {
+        inotify_add_watch(watch.get(), file.parent_path().c_str(), IN_CREATE);
+    }
+
+    // False when the process behind `processDescriptor` ends first.
+    [[nodiscard]] bool wait(int processDescriptor) {
+        pollfd waiting[] = {{watch.get(), POLLIN, 0}, {processDescriptor, POLLIN, 0}};
+        while (poll(waiting, 2, PATIENCE_IN_MS) > 0) {
+            if (sawFile()) return true;
+            if (waiting[1].revents != 0) return false;
+        }
+        return false;
+    }
+
+private:
+    bool sawFile() {
+        alignas(inotify_event) char events[4096];
+        const ssize_t size = read(watch.get(), events, sizeof(events));
+        for (ssize_t at = 0; at < size;) {
+            const auto* event = reinterpret_cast<const inotify_event*>(events + at);
+            if (event->len > 0 && name == event->name) return true;
+            at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
+        }
+        return false;
+    }
+
+    const std::filesystem::path name;
+    const Descriptor watch;
+};
+} // namespace
+
+// A pipe's writing end of which nobody holds the other.
+static int unreadPipe() {
+    int ends[2] = {-1, -1};
+    if (pipe2(ends, O_CLOEXEC) != 0) return -1;
+    close(ends[0]);
+    return ends[1];
+}
+
+static pid_t start(const std::vector<std::string>& arguments, int in, int out, int err) {
+    std::vector<char*> argv{const_cast<char*>(NIMBREL_PROGRAM)};
+    for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, in, STDIN_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, out, STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, err, STDERR_FILENO);
+    pid_t process = -1;
+    const int error = posix_spawn(&process, NIMBREL_PROGRAM, &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (error != 0) throw std::runtime_error("the program cannot be started");
+    return process;
+}
+
+static int waitFor(pid_t process, int processDescriptor) {
+    pollfd waiting{processDescriptor, POLLIN, 0};
+    if (poll(&waiting, 1, PATIENCE_IN_MS) == 0) kill(process, SIGKILL);
+    int status = 0;
+    waitpid(process, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+RunResult runNimbrel(const std::vector<std::string>& arguments, const RunSetting& setting) {
+    const TemporaryFolder folder;
+    const std::string outPath = folder.file("out");
+    const std::string errPath = folder.file("err");
+    RunResult result;
+    {
+        const bool givenInput = setting.inputDescriptor >= 0;
+        const Descriptor in(givenInput ? fcntl(setting.inputDescriptor, F_DUPFD_CLOEXEC, 3)
+                                       : open(setting.input.c_str(), O_RDONLY | O_CLOEXEC));
+        const Descriptor out(setting.closedOutput ? unreadPipe()
+                                                  : open(outPath.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+        const Descriptor err(open(errPath.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+        std::unique_ptr<FolderWatch> watch;
+        if (!setting.awaited.empty()) watch = std::make_unique<FolderWatch>(setting.awaited);
+        const pid_t process = start(arguments, in.get(), out.get(), err.get());
+        const Descriptor handle(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
+        if (watch && watch->wait(handle.get())) setting.action(process);
+        result.status = waitFor(process, handle.get());
+    }
+    result.out = bytesOf(outPath);
+    result.err = bytesOf(errPath);
+    return result;
+}

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+// What a run of the program left behind.
+struct RunResult {
+    int status = -1; // exit status, or minus the number of the signal that ended it
+    std::string out; // standard output
+    std::string err; // standard error
+};
+
+// What a run may differ in.
+struct RunSetting {
+    std::string input = "/dev/null"; // file that is standard input
+    // File whose appearance in its folder is waited for; then `action` is called with the process. Neither is used when
+    // the program ends first.
+    std::string awaited;
+    std::function<void(int process)> action;
+    bool closedOutput = false; // standard output is a pipe that nobody reads
+    int inputDescriptor = -1;  // standard input instead of `input`, where not negative
+};
+
+// Runs the real program and waits for its end. A program that hangs is killed after some minutes, and its status is
+// that of the signal.
+RunResult runNimbrel(const std::vector<std::string>& arguments, const RunSetting& setting = {});
