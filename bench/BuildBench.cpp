@@ -1,5 +1,5 @@
-// Whole builds in stages: adding, compiling, size and memory, beside what the machine needs to copy and to write the
-// same bytes.
+// Whole builds of the made-up town in stages: adding, compiling, size and memory, beside what the machine needs to copy
+// and to write the same bytes.
 //
 //   BuildBench FOLDER [POINTS] [0|1]      0: version 17, 1: version 18
 
@@ -7,11 +7,11 @@
 #include "format/PointRecord.h"
 #include "ground/Log.h"
 #include "ground/Pools.h"
+#include "sample/SampleScene.h"
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -72,38 +72,6 @@ private:
     std::thread watcher;
 };
 
-// A survey of 1000 x 800 m in scan lines: a rolling ground with one tree or roof in five points.
-struct Scene {
-    std::vector<double> positions;
-    std::vector<unsigned char> attributes;
-    uint64_t state = 1;
-
-    double random() {
-        state = state * 6364136223846793005ULL + 1442695040888963407ULL;
-        return static_cast<double>(state >> 11) * 0x1.0p-53;
-    }
-
-    void fill(size_t first, size_t count, size_t total) {
-        positions.resize(count * 3);
-        attributes.resize(count * 5);
-        const double lines = std::sqrt(static_cast<double>(total) * 0.8);
-        const double perLine = static_cast<double>(total) / lines;
-        for (size_t i = 0; i < count; ++i) {
-            const auto index = static_cast<double>(first + i);
-            const double line = std::min(std::floor(index / perLine), lines - 1.0);
-            const double x = std::min(1000.0, (index - line * perLine + random()) / perLine * 1000.0);
-            const double y = std::min(800.0, (line + random()) / lines * 800.0);
-            double z = 20.0 * std::sin(x * 0.01) * std::cos(y * 0.013) + 0.05 * random();
-            if (random() < 0.2) z += 15.0 * random();
-            double* point = &positions[i * 3];
-            point[0] = 400000.0 + x;
-            point[1] = 5000000.0 + y;
-            point[2] = 100.0 + z;
-            for (size_t k = 0; k < 5; ++k) attributes[i * 5 + k] = static_cast<unsigned char>(random() * 256.0);
-        }
-    }
-};
-
 // Seconds to copy, and to write to a file of the folder, as many bytes as the raw points have.
 void printFloors(const std::filesystem::path& folder, size_t bytes) {
     std::vector<char> from(size_t{64} << 20, 1);
@@ -140,19 +108,18 @@ int main(int argc, char** argv) {
     printFloors(folder, total * FloatRecord::SIZE);
     const auto path = folder / "BuildBench.opc";
     OPCCreator creator;
-    Scene scene;
-    scene.fill(0, std::min(BATCH, total), total);
+    const SampleScene scene(total, 1);
+    PointBatch batch;
+    batch.resize(std::min(BATCH, total));
     MemoryPeak memory;
-    scene.state = 1;
-    creator.createOPC(toWide(path.string()), {400000, 5000000, 70, 401000, 5000800, 140}, static_cast<int64_t>(total),
-                      type);
+    creator.createOPC(toWide(path.string()), scene.bounds(), static_cast<int64_t>(total), type);
     double adding = 0, addingProcessor = 0;
     for (size_t first = 0; first < total; first += BATCH) {
         const size_t count = std::min(BATCH, total - first);
-        scene.fill(first, count, total);
+        scene.fill(batch, first, count);
         const double processorBefore = processorSeconds();
         const auto begin = Clock::now();
-        if (!creator.addPoints(scene.positions.data(), scene.attributes.data(), static_cast<int>(count))) return 1;
+        if (!creator.addPoints(batch.positions.data(), batch.attributes.data(), static_cast<int>(count))) return 1;
         adding += secondsSince(begin);
         addingProcessor += processorSeconds() - processorBefore;
     }

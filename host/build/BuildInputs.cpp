@@ -3,15 +3,23 @@
 #include "support/Interrupt.h"
 #include "support/Progress.h"
 
+#include <algorithm>
 #include <sys/stat.h>
 
 static constexpr double LARGEST_BYTE = 255.0;
 static constexpr double LARGEST_WORD = 65535.0;
 
-ValueScale findScale(double largestColour, double largestIntensity, const ValueLimits& limits) {
+static double findIntensityLimit(const PointSurvey& survey) {
+    constexpr double SHARE = 0.99;
+    if (survey.largestIntensity <= LARGEST_BYTE) return LARGEST_BYTE;
+    const double bright = survey.intensities.quantile(SHARE);
+    // All from 65535 on are counted as one.
+    return bright >= LARGEST_WORD ? survey.largestIntensity : std::max(bright, LARGEST_BYTE);
+}
+
+ValueScale findScale(double largestColour, const PointSurvey& allInputs, const ValueLimits& limits) {
     const double colour = largestColour <= LARGEST_BYTE ? LARGEST_BYTE : LARGEST_WORD;
-    const double intensity = largestIntensity <= LARGEST_BYTE ? LARGEST_BYTE : largestIntensity;
-    return {limits.colour.value_or(colour), limits.intensity.value_or(intensity)};
+    return {limits.colour.value_or(colour), limits.intensity.value_or(findIntensityLimit(allInputs))};
 }
 
 void showWarnings(const PointReader& reader, const std::string& path, Console& console) {
@@ -60,7 +68,7 @@ BuildInputs surveyInputs(const std::vector<std::string>& paths, const ReadOption
         result.inputs.push_back(input);
     }
     for (BuildInput& input : result.inputs) {
-        input.scale = findScale(input.survey.largestColour, result.total.largestIntensity, limits);
+        input.scale = findScale(input.survey.largestColour, result.total, limits);
     }
     progress.finish(result.total.count);
     return result;

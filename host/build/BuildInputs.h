@@ -28,9 +28,10 @@ struct BuildInputs {
 };
 
 // The byte rule of one input: colours of which none is above 255 are bytes already, all others are taken as 16-bit
-// values. Intensities of which none is above 255 are bytes already; otherwise the largest becomes 255, and
-// `largestIntensity` is that of all inputs, so that they look alike side by side.
-ValueScale findScale(double largestColour, double largestIntensity, const ValueLimits& limits);
+// values. Intensities of which none is above 255 are bytes already. Otherwise the one that 99 points in 100 do not
+// exceed becomes 255, and what is brighter stays there: a few glaring points would leave the rest no more than a
+// handful of values. It is that of all inputs together, so that they look alike side by side.
+ValueScale findScale(double largestColour, const PointSurvey& allInputs, const ValueLimits& limits);
 
 // Reads every input once, apart from pipes, which come out with what the rule says of bytes and of the other inputs'
 // intensity. Throws CommandFailure, which names the file.

@@ -55,7 +55,8 @@ void CloudBuild::checkRoom() const {
 
 void CloudBuild::waitForIndex(Console& console) const {
     Progress progress(console, "Indexing", static_cast<uint64_t>(getOPCProgress(0)));
-    indexOPC(form.noiseRadius, form.grid, form.duplicateRadius, 0.0);
+    const double indexParameter = 1.0; // what a header has that nobody gave another
+    indexOPC(form.noiseRadius, form.grid, form.duplicateRadius, indexParameter);
     while (getOPCProgress(2) != 0) {
         checkInterrupt();
         progress.update(static_cast<uint64_t>(getOPCProgress(1)));

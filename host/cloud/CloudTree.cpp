@@ -37,6 +37,24 @@ CloudTree::CloudTree(const std::vector<unsigned char>& structure, const std::str
     }
 }
 
+std::vector<CloudTree::Box> CloudTree::boxes(const Box& root) const {
+    std::vector<Box> result;
+    result.reserve(allNodes.size());
+    std::vector<Box> expected{root}; // of the nodes still to come, the next one at the back
+    for (const Node& node : allNodes) {
+        const Box box = expected.back();
+        expected.pop_back();
+        result.push_back(box);
+        const auto axis = static_cast<size_t>(node.splitAxis - 'x');
+        const double middle = (box[axis] + box[axis + 3]) * 0.5;
+        if (node.hasHighChild) expected.push_back(box);
+        if (node.hasHighChild) expected.back()[axis] = middle;
+        if (node.hasLowChild) expected.push_back(box);
+        if (node.hasLowChild) expected.back()[axis + 3] = middle;
+    }
+    return result;
+}
+
 CloudTree CloudTree::ofCloud(int id, const std::string& path) {
     const int count = getNodeCount(id);
     std::vector<unsigned char> structure(count > 0 ? static_cast<size_t>(count) * NODE_BYTES : 0);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -8,6 +9,7 @@
 // The shape of a cloud's tree: what stands on which level, nodes numbered in pre-order from 0, the root on level 0.
 class CloudTree {
 public:
+    using Box = std::array<double, 6>;
     struct Level {
         uint64_t nodes = 0;
         uint64_t points = 0;
@@ -29,6 +31,9 @@ public:
 
     [[nodiscard]] const std::vector<Node>& nodes() const { return allNodes; }
     [[nodiscard]] const std::vector<Level>& levels() const { return allLevels; }
+
+    // The boxes of all nodes, smallest x, y, z, then largest, from that of the root.
+    [[nodiscard]] std::vector<Box> boxes(const Box& root) const;
 
 private:
     std::vector<Node> allNodes;

@@ -56,6 +56,9 @@ size_t OpenCloud::readNode(int node, PointBatch& batch) const {
     batch.resize(count > 0 ? static_cast<size_t>(count) : 0);
     if (count > 0) {
         getNodePoints(cloud, node, batch.positions.data(), reinterpret_cast<char*>(batch.attributes.data()));
+        // The points themselves do not show that they could not be read.
+        const std::string reason = nimbrelLastError();
+        if (!reason.empty()) throw CommandFailure(path, reason);
     }
     return batch.size();
 }

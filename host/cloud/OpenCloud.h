@@ -31,7 +31,8 @@ public:
     [[nodiscard]] int id() const { return cloud; }
     [[nodiscard]] CloudFacts facts() const;
 
-    // Replaces the contents of `batch` by the points of one node, and returns their number.
+    // Replaces the contents of `batch` by the points of one node, and returns their number. Throws CommandFailure when
+    // they cannot be read.
     size_t readNode(int node, PointBatch& batch) const;
 
 private:

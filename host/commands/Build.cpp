@@ -160,7 +160,7 @@ static void runBuild(const BuildOptions& options, Host& host) {
 
 static void addFormOptions(CLI::App& command, BuildOptions& options) {
     command.add_flag("-c,--compressed", options.form.compressed,
-                     "Version 18: a third of the size; colours cut to 4 or 5 bits, classes to 4,\n"
+                     "Version 18: about 0.6 of the size; colours cut to 4 or 5 bits, classes to 4,\n"
                      "one point a grid cell");
     command.add_option("--grid", options.form.grid, "Grid that points are rounded to, in units of the file")
         ->capture_default_str()
@@ -198,7 +198,7 @@ static void addReadingOptions(CLI::App& command, BuildOptions& options) {
 void addBuildCommand(CLI::App& program, Command& chosen) {
     const auto options = std::make_shared<BuildOptions>();
     CLI::App* command = program.add_subcommand("build", "Build a point file from LAS, LAZ, PLY or text files");
-    command->add_option("INPUT", options->inputs, "Files that make one cloud; - is standard input, as text")
+    command->add_option("INPUT", options->inputs, "Files that make one cloud; - is standard input, text or PLY")
         ->required();
     command->add_option("-o,--output", options->output, "The point file to write")->required()->type_name("FILE");
     command->add_flag("-f,--force", options->force, "Replace the output if it exists, once the new one is whole");
@@ -206,8 +206,9 @@ void addBuildCommand(CLI::App& program, Command& chosen) {
     addReadingOptions(*command, *options);
     command->footer("Colours and intensities become bytes. Colours: an input whose largest colour is 255 or less\n"
                     "holds bytes already, any other 16-bit values (65535 becomes 255). Intensities: if the largest\n"
-                    "of all inputs is 255 or less they are bytes already, otherwise the largest becomes 255. A pipe\n"
-                    "is read once, so its values count as bytes unless a limit is given.\n\n"
+                    "of all inputs is 255 or less they are bytes already, otherwise the one that 99 points in 100\n"
+                    "do not exceed becomes 255, and what is brighter too. A pipe is read once, so its values count\n"
+                    "as bytes unless a limit is given.\n\n"
                     "The filters look at the points of one leaf of the tree at a time, some 16,000, and leave a\n"
                     "cloud that fits into a single node as it is.\n\n"
                     "The output grows as OUTPUT.part, and has its name only when it is whole.\n\n"

@@ -69,8 +69,17 @@ private:
 };
 } // namespace
 
+// Whether a node can hold points of a box: a grid moves points by so much out of the boxes of their nodes.
+static bool canReach(const CloudTree::Box& node, const CloudTree::Box& box) {
+    constexpr double FARTHEST_MOVE = 5.01;
+    for (size_t axis = 0; axis < 3; ++axis) {
+        if (node[axis] - FARTHEST_MOVE > box[axis + 3] || node[axis + 3] + FARTHEST_MOVE < box[axis]) return false;
+    }
+    return true;
+}
+
 // The numbers of the nodes whose points are looked at.
-static std::vector<int> chooseNodes(const PointsOptions& options, const CloudTree& tree) {
+static std::vector<int> chooseNodes(const PointsOptions& options, const CloudTree& tree, const OpenCloud& cloud) {
     std::vector<int> chosen;
     if (options.node) {
         if (*options.node >= tree.nodes().size()) {
@@ -79,8 +88,12 @@ static std::vector<int> chooseNodes(const PointsOptions& options, const CloudTre
         }
         return {static_cast<int>(*options.node)};
     }
+    std::vector<CloudTree::Box> boxes;
+    if (!options.box.empty()) boxes = tree.boxes(cloud.facts().box);
     for (size_t i = 0; i < tree.nodes().size(); ++i) {
-        if (!options.level || tree.nodes()[i].level <= *options.level) chosen.push_back(static_cast<int>(i));
+        if (options.level && tree.nodes()[i].level > *options.level) continue;
+        if (!boxes.empty() && !canReach(boxes[i], parseBox(options.box))) continue;
+        chosen.push_back(static_cast<int>(i));
     }
     return chosen;
 }
@@ -89,7 +102,7 @@ static uint64_t writePoints(const PointsOptions& options, const OpenCloud& cloud
                             Console& console) {
     constexpr size_t WORTH_WRITING = 100000;
     const CloudTree tree = CloudTree::ofCloud(cloud.id(), options.file);
-    const std::vector<int> nodes = chooseNodes(options, tree);
+    const std::vector<int> nodes = chooseNodes(options, tree, cloud);
     uint64_t expected = 0;
     for (const int node : nodes) expected += tree.nodes()[static_cast<size_t>(node)].points;
     PointFilter filter(options);

@@ -70,6 +70,7 @@ PointSurvey ChannelReader::survey(const std::function<bool()>& proceed) {
                 noteLargest(survey.largestColour, values[RED + axis]);
             }
             noteLargest(survey.largestIntensity, values[INTENSITY]);
+            survey.intensities.add(values[INTENSITY]);
         }
         if (++blocks % 64 == 0 && proceed && !proceed()) break;
     }

@@ -52,7 +52,7 @@ private:
         return stored * header.scale[axis] + header.offset[axis];
     }
     void convert(const std::byte* record, double* position, unsigned char* attributes) const;
-    void surveyBlock(Extremes& extremes) const;
+    void surveyBlock(Extremes& extremes, uint64_t* intensities) const;
 
     const std::shared_ptr<const InputFile> file; // shared with `records`
     const LasHeader header;
@@ -183,7 +183,7 @@ size_t LasReader::read(PointBatch& batch, size_t limit) {
     return filled;
 }
 
-void LasReader::surveyBlock(Extremes& extremes) const {
+void LasReader::surveyBlock(Extremes& extremes, uint64_t* intensities) const {
     Extremes now = extremes; // a copy of its own stays in registers
     const size_t length = header.recordLength;
     const RecordField<PointRecord::Colour> colourField{header.format.colourOffset};
@@ -199,7 +199,9 @@ void LasReader::surveyBlock(Extremes& extremes) const {
             now.smallest[axis] = std::min(now.smallest[axis], stored[axis]);
             now.largest[axis] = std::max(now.largest[axis], stored[axis]);
         }
-        now.intensity = std::max(now.intensity, PointRecord::INTENSITY.read(record));
+        const uint16_t intensity = PointRecord::INTENSITY.read(record);
+        now.intensity = std::max(now.intensity, intensity);
+        ++intensities[intensity];
         if (!coloured) continue;
         for (const uint16_t value : colourField.read(record)) now.colour = std::max(now.colour, value);
     }
@@ -208,15 +210,15 @@ void LasReader::surveyBlock(Extremes& extremes) const {
 
 PointSurvey LasReader::survey(const std::function<bool()>& proceed) {
     rewind();
+    PointSurvey survey;
     Extremes extremes;
     while (fetch() && (!proceed || proceed())) {
-        surveyBlock(extremes);
+        surveyBlock(extremes, survey.intensities.classes());
         passed += block.size() / header.recordLength;
         block = {};
     }
     rewind();
 
-    PointSurvey survey;
     survey.count = extremes.count;
     survey.skipped = extremes.skipped;
     survey.largestColour = extremes.colour;

@@ -23,7 +23,7 @@ struct Slot {
 
 class PlyReader : public ChannelReader {
 public:
-    explicit PlyReader(const std::string& path);
+    explicit PlyReader(std::unique_ptr<ByteInput> bytes);
 
     [[nodiscard]] std::string describe() const override;
     [[nodiscard]] std::vector<std::string> warnings() const override;
@@ -56,7 +56,8 @@ private:
     void scaleColours(ChannelValues& values) const;
     [[noreturn]] void failLine(const std::string& what) const;
 
-    ByteInput input;
+    const std::unique_ptr<ByteInput> source;
+    ByteInput& input = *source;
     PlyHeader header;
     size_t vertexIndex = 0;
     std::vector<Channel> channels;      // of each property of a vertex
@@ -72,7 +73,7 @@ private:
     uint64_t wholeCount = 0; // vertices in front of the end, if cut short
 };
 
-PlyReader::PlyReader(const std::string& path) : input(path), header(PlyHeader::read(input)) {
+PlyReader::PlyReader(std::unique_ptr<ByteInput> bytes) : source(std::move(bytes)), header(PlyHeader::read(input)) {
     lineNumber = header.lineCount;
     findVertices();
     assignChannels();
@@ -295,6 +296,10 @@ void PlyReader::scaleColours(ChannelValues& values) const {
 
 } // namespace
 
+std::unique_ptr<PointReader> openPly(std::unique_ptr<ByteInput> bytes) {
+    return std::make_unique<PlyReader>(std::move(bytes));
+}
+
 std::unique_ptr<PointReader> openPly(const std::string& path, const ReadOptions&) {
-    return std::make_unique<PlyReader>(path);
+    return openPly(std::make_unique<ByteInput>(path));
 }

@@ -2,6 +2,8 @@
 
 #include "readers/PointReader.h"
 
+class ByteInput;
+
 // Opens a PLY file: ascii, binary_little_endian or binary_big_endian, version 1.0; "-" is standard input.
 //
 // Points are the records of the first element named "vertex"; other elements, before or behind it, are passed over.
@@ -16,3 +18,6 @@
 // Throws FileError for a header that is not understood, a vertex without x, y or z, and, while reading, for an ascii
 // line that does not parse and a list of negative length.
 std::unique_ptr<PointReader> openPly(const std::string& path, const ReadOptions& options);
+
+// The same for bytes of which nothing was consumed yet.
+std::unique_ptr<PointReader> openPly(std::unique_ptr<ByteInput> bytes);

@@ -1,5 +1,6 @@
 #include "readers/PointReader.h"
 
+#include "readers/ByteInput.h"
 #include "readers/InputFile.h"
 #include "readers/LasReader.h"
 #include "readers/PlyReader.h"
@@ -24,9 +25,17 @@ static std::string readStart(const std::string& path) {
     return start;
 }
 
+// LAS and LAZ need to go back and forth in their file.
+static std::unique_ptr<PointReader> openStream(const std::string& path, const ReadOptions& options) {
+    auto bytes = std::make_unique<ByteInput>(path);
+    bytes->need(4);
+    if (bytes->window().starts_with("LASF")) throw FileError("LAS and LAZ cannot be read from a pipe");
+    if (bytes->window().starts_with("ply")) return openPly(std::move(bytes));
+    return openText(std::move(bytes), options);
+}
+
 std::unique_ptr<PointReader> openPoints(const std::string& path, const ReadOptions& options) {
-    // Text is the only kind that does not need to go back and forth.
-    if (isStream(path)) return openText(path, options);
+    if (isStream(path)) return openStream(path, options);
     const std::string start = readStart(path);
     if (start == "LASF") return openLas(path, options);
     if (start.starts_with("ply")) return openPly(path, options);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "readers/IntensityCounts.h"
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -29,11 +31,12 @@ struct PointBatch {
 
 // What one pass over an input finds out. An empty input has a count of 0 and a box of infinities.
 struct PointSurvey {
-    uint64_t count = 0;     // points that read() delivers
-    uint64_t skipped = 0;   // points left out: withheld where asked for, or a coordinate that is not finite
+    uint64_t count = 0;           // points that read() delivers
+    uint64_t skipped = 0;         // points left out: withheld where asked for, or a coordinate that is not finite
     std::array<double, 6> bounds; // smallest x, y, z, then largest, of the delivered points
     double largestColour = 0;     // of all channels, as stored
     double largestIntensity = 0;  // as stored
+    IntensityCounts intensities;
     PointSurvey();
     void include(const PointSurvey& other); // as if both inputs were one
 };

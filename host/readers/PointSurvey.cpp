@@ -17,4 +17,5 @@ void PointSurvey::include(const PointSurvey& other) {
     }
     largestColour = std::max(largestColour, other.largestColour);
     largestIntensity = std::max(largestIntensity, other.largestIntensity);
+    intensities.include(other.intensities);
 }

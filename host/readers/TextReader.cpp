@@ -69,7 +69,7 @@ Sample::Sample(std::string_view text, bool isComplete) {
 
 class TextReader : public ChannelReader {
 public:
-    TextReader(const std::string& path, const ReadOptions& options);
+    TextReader(std::unique_ptr<ByteInput> bytes, const ReadOptions& options);
 
     [[nodiscard]] std::string describe() const override { return "text, " + columns.describe(); }
     [[nodiscard]] std::vector<std::string> warnings() const override;
@@ -86,7 +86,8 @@ private:
     void checkRows(const Sample& sample);
     void noteBadLine();
 
-    ByteInput input;
+    const std::unique_ptr<ByteInput> source;
+    ByteInput& input = *source;
     TextColumns columns;
     bool isUnitColour = false; // colours of 0..1
     uint64_t headingLine = 0;  // number of a line in front of the points that holds none, 0 if there is none
@@ -97,7 +98,7 @@ private:
     uint64_t firstBadLine = 0;
 };
 
-TextReader::TextReader(const std::string& path, const ReadOptions& options) : input(path) {
+TextReader::TextReader(std::unique_ptr<ByteInput> bytes, const ReadOptions& options) : source(std::move(bytes)) {
     input.fill();
     const std::string_view window = input.window();
     if (window.find('\0') != std::string_view::npos) throw FileError("is neither LAS, LAZ, PLY nor text");
@@ -216,6 +217,10 @@ size_t TextReader::decode(std::span<ChannelValues> points) {
 
 } // namespace
 
+std::unique_ptr<PointReader> openText(std::unique_ptr<ByteInput> bytes, const ReadOptions& options) {
+    return std::make_unique<TextReader>(std::move(bytes), options);
+}
+
 std::unique_ptr<PointReader> openText(const std::string& path, const ReadOptions& options) {
-    return std::make_unique<TextReader>(path, options);
+    return openText(std::make_unique<ByteInput>(path), options);
 }

@@ -2,6 +2,8 @@
 
 #include "readers/PointReader.h"
 
+class ByteInput;
+
 // Opens points written as text, one a line: XYZ, CSV, PTS and the like; "-" is standard input.
 //
 // Fields stand between blanks, tabs, commas or semicolons. Blank lines and lines that begin with # or // are comments.
@@ -29,3 +31,6 @@
 // Throws FileError "line 1: ..." when nothing in the first mebibyte parses, and for bytes that are not text. Nothing
 // but a header line is a file of no points.
 std::unique_ptr<PointReader> openText(const std::string& path, const ReadOptions& options);
+
+// The same for bytes of which nothing was consumed yet.
+std::unique_ptr<PointReader> openText(std::unique_ptr<ByteInput> bytes, const ReadOptions& options);

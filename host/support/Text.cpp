@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <fmt/format.h>
 
 std::string grouped(uint64_t number) {
@@ -23,7 +24,7 @@ std::string duration(double seconds) {
     constexpr double LONGEST = 1e9; // some 30 years; what lies beyond comes from a division by next to nothing
     if (!(seconds > 0.0)) seconds = 0.0;
     if (seconds < 9.995) return fmt::format("{:.2f} s", seconds);
-    const auto whole = static_cast<uint64_t>(std::min(seconds, LONGEST) + 0.5);
+    const auto whole = static_cast<uint64_t>(std::llround(std::min(seconds, LONGEST)));
     if (whole < 60) return fmt::format("{} s", whole);
     if (whole < 3600) return fmt::format("{} min {:02} s", whole / 60, whole % 60);
     return fmt::format("{} h {:02} min", grouped(whole / 3600), whole % 3600 / 60);

@@ -65,8 +65,8 @@ NIMBREL_API void reset(void);
 NIMBREL_API const char* nimbrelVersion(void);
 
 /**
- * Why the last load or build failed, in one line of UTF-8 without a file name; empty when none did. Loading and
- * createOPC clear it when they begin. The text is valid until the calling thread asks again. Any thread.
+ * Why the last load, build or read of a node's points failed, in one line of UTF-8 without a file name; empty when none
+ * did. Loading and createOPC clear it when they begin. The text is valid until the calling thread asks again. Any thread.
  */
 NIMBREL_API const char* nimbrelLastError(void);
 
@@ -162,6 +162,9 @@ NIMBREL_API int getNodeCount(int id);
  *
  * out  3 bytes a node, getNodeCount(id) nodes: the mask (bit 0: the low child exists, bit 1: the high child exists,
  *      bits 2 and 3: split on X or on Y, neither: on Z), then the point count, 16 bits, little-endian
+ *
+ * Boxes follow from the root's, which getOrigin gives: a split halves a box on its axis, at (minimum + maximum) * 0.5. A
+ * point can lie outside its node's box by half the grid that the file was built with, 5 units at most.
  */
 NIMBREL_API void getTreeStructure(int id, char* out);
 
@@ -172,7 +175,7 @@ NIMBREL_API void getTreeStructure(int id, char* out);
  * colour  attributes, 5 bytes a point
  *
  * A node that is not resident is read on the calling thread, which may block. If that read fails, each point is
- * the node's minimum corner in black.
+ * the node's minimum corner in black, and nimbrelLastError says so.
  */
 NIMBREL_API void getNodePoints(int id, int node, double* xyz, char* colour);
 
@@ -241,8 +244,8 @@ NIMBREL_API void setProtection(int id, int64_t value1, int64_t value2);
  * box         holds every point; points outside are refused. It is widened by 0.01 on all sides
  * pointCount  points to come. The work files start at a size that suits it and grow when more come
  * key         as for initEngine
- * buildType   0: version 17, fixed size points, exact to 0.0001 units. 1: version 18, a third of the size, colours cut
- *             to 4 or 5 bits, classes to 4 bits, one point a grid cell
+ * buildType   0: version 17, fixed size points, on a grid of 0.0001 units. 1: version 18, about 0.6 of the size,
+ *             colours cut to 4 or 5 bits, classes to 4 bits, one point a grid cell
  * voxelSize   not used by these two
  *
  * Returns false for a refused key. A file that can't be made is not reported here: every addPoints then refuses its
@@ -273,7 +276,8 @@ NIMBREL_API bool addPoints(const double* xyz, const unsigned char* attributes, i
  * duplicateRadius  drops points nearer than this to one that is kept; 0 for none, at most 10.0
  * indexParameter   stored in the header as it is
  *
- * Noise and duplicates are looked for among the points of one leaf of the tree, some 16,000, not across leaves.
+ * Noise and duplicates are looked for among the points of one leaf of the tree, some 16,000, not across leaves. A
+ * cloud that fits into a single node keeps all its points, unrounded and unfiltered.
  */
 NIMBREL_API void indexOPC(double noiseRadius, double filterSize, double duplicateRadius, double indexParameter);
 

@@ -59,7 +59,9 @@ void OPC::getPoints(double* xyz, char* colour, int nodeIndex) const {
     if (!node) return;
     const auto count = static_cast<size_t>(node->getPointCount());
     std::vector<unsigned char> vertices(count * Vertex::SIZE);
-    node->loadPointDataToGPUFormat(vertices);
+    if (!node->loadPointDataToGPUFormat(vertices)) {
+        setLastError("the points of node " + std::to_string(nodeIndex) + " can't be read");
+    }
     const double* corner = node->getBoundingBox();
     for (const unsigned char* vertex = vertices.data(); vertex != vertices.data() + vertices.size();
          vertex += Vertex::SIZE) {

@@ -60,6 +60,7 @@ TEST_F(QueryExports, FailedReadGivesTheCornerInBlack) {
     EXPECT_EQ(2, xyz[1]);
     EXPECT_EQ(3, xyz[2]);
     EXPECT_TRUE(allAre(colour, '\0'));
+    EXPECT_STREQ("the points of node 0 can't be read", nimbrelLastError());
 }
 
 TEST_F(QueryExports, LeaveOutputsUntouchedWhereThereIsNothing) {

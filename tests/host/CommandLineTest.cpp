@@ -69,6 +69,9 @@ TEST(CommandLine, NamesTheFileThatFails) {
     const std::string taken = folder.write("taken.opc", "mine");
     const std::string garbage = folder.write("garbage.opc", std::string(200, 'x'));
     const std::string empty = folder.write("empty.xyz", "x y z\n");
+    const std::string cut = folder.file("cut.opc");
+    ASSERT_EQ(0, runNimbrel({"build", input, "-o", cut}).status);
+    std::filesystem::resize_file(cut, std::filesystem::file_size(cut) - 1);
     const std::string missing = folder.file("missing.las");
     const std::string badName = folder.file("\xff.opc");
     struct Case {
@@ -91,6 +94,7 @@ TEST(CommandLine, NamesTheFileThatFails) {
         {{"info", garbage}, garbage, ""},
         {{"info", badName}, badName, "UTF-8"},
         {{"points", missing, "-o", folder.file("a.csv")}, missing, ""},
+        {{"points", cut, "-o", folder.file("a.csv")}, cut, "node 0 can't be read"},
         {{"points", garbage, "-o", garbage, "-f"}, garbage, "is an input"},
         {{"sample", folder.file("a.doc")}, folder.file("a.doc"), ""},
         {{"sample", taken}, taken, "--force"},

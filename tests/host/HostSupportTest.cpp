@@ -48,19 +48,28 @@ TEST(WidePath, DecodesUtf8AndRefusesTheRest) {
 }
 
 TEST(BuildInputs, FindsTheScale) {
-    const std::tuple<double, double, double, double> cases[] = {
-        // largest colour and intensity, limits
-        {0, 0, 255, 255},
-        {255, 255, 255, 255},
-        {256, 256, 65535, 256},
-        {65535, 4000, 65535, 4000},
+    const std::tuple<double, std::vector<std::pair<double, int>>, double, double> cases[] = {
+        // largest colour, intensities and how many points have them, limits
+        {0, {}, 255, 255},
+        {255, {{255, 10}}, 255, 255},
+        {256, {{256, 10}}, 65535, 256},
+        {65535, {{100, 50}, {4000, 49}, {65535, 1}}, 65535, 4000},
+        {65535, {{100, 50}, {4000, 48}, {65535, 2}}, 65535, 65535},
+        {65535, {{100, 99}, {4000, 1}}, 65535, 255},
+        {1, {{1e6, 1}}, 255, 1e6},
     };
-    for (const auto& [colour, intensity, colourLimit, intensityLimit] : cases) {
-        const ValueScale scale = findScale(colour, intensity, {});
+    PointSurvey survey;
+    for (const auto& [colour, intensities, colourLimit, intensityLimit] : cases) {
+        survey = PointSurvey();
+        for (const auto& [intensity, points] : intensities) {
+            survey.largestIntensity = intensity;
+            for (int i = 0; i < points; ++i) survey.intensities.add(intensity);
+        }
+        const ValueScale scale = findScale(colour, survey, {});
         EXPECT_EQ(colourLimit, scale.colourLimit) << colour;
-        EXPECT_EQ(intensityLimit, scale.intensityLimit) << intensity;
+        EXPECT_EQ(intensityLimit, scale.intensityLimit) << survey.largestIntensity;
     }
-    const ValueScale given = findScale(65535, 4000, {1023.0, 100.0});
+    const ValueScale given = findScale(65535, survey, {1023.0, 100.0});
     EXPECT_EQ(1023.0, given.colourLimit);
     EXPECT_EQ(100.0, given.intensityLimit);
 }

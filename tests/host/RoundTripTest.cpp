@@ -20,11 +20,13 @@ static const Form FIXED{"version 17", {}, {0xFF, 0xFF, 0xFF, 0xFF, 0xFF}};
 static const Form COMPRESSED{"version 18", {"--compressed"}, {0xF8, 0xF8, 0xF0, 0xF8, 0x0F}};
 
 // What the program should take from a file: the byte rule is spelled out here once more, as its users know it.
-static PointBatch readScaled(const std::string& path, double largestIntensityOfAll = 0) {
+static PointBatch readScaled(const std::string& path, const std::string& neighbour = {}) {
     const auto reader = openPoints(path, {});
-    const PointSurvey survey = reader->survey([] { return true; });
-    const double intensity = std::max(survey.largestIntensity, largestIntensityOfAll);
-    reader->setScale({survey.largestColour <= 255 ? 255.0 : 65535.0, intensity <= 255 ? 255.0 : intensity});
+    const PointSurvey survey = reader->survey({});
+    PointSurvey all = survey;
+    if (!neighbour.empty()) all.include(openPoints(neighbour, {})->survey({}));
+    const double bright = std::max(255.0, all.intensities.quantile(0.99));
+    reader->setScale({survey.largestColour <= 255 ? 255.0 : 65535.0, all.largestIntensity <= 255 ? 255.0 : bright});
     return readAll(*reader, 100000);
 }
 
@@ -114,23 +116,48 @@ TEST(RoundTrip, AllFormatsOfOutputHoldTheSame) {
     }
 }
 
-TEST(RoundTrip, StandardInputIsStaged) {
+// Whole nodes are passed over for a box, but never one that holds a point of it: a coarse grid moves points out of the
+// boxes of their nodes.
+TEST(RoundTrip, BoxFindsAllItsPoints) {
     const TemporaryFolder folder;
-    const std::string sample = folder.file("town.csv");
-    const std::string cloud = folder.file("out.opc");
-    ASSERT_EQ(0, runNimbrel({"sample", sample, "--points", "50000"}).status);
-    const PointBatch expected = readScaled(sample);
-    RunSetting setting;
-    setting.input = sample;
-    const RunResult built = runNimbrel({"build", "-", "-o", cloud}, setting);
-    ASSERT_EQ(0, built.status) << built.err;
-    ASSERT_EQ(0, runNimbrel({"points", cloud, "-o", folder.file("back.ply")}).status);
-    const PointBatch actual = readAll(*openPoints(folder.file("back.ply"), {}), 100000);
-    // Staging keeps 32-bit floats relative to the first point.
-    const CloudDifference difference = compareClouds(expected, actual, toleranceFor(expected) + 400 * 0x1p-24);
-    EXPECT_EQ(0U, difference.missing);
-    EXPECT_EQ(0U, difference.unexpected);
-    EXPECT_EQ(4, std::distance(std::filesystem::directory_iterator(folder.path), {}) + 1);
+    const std::string cloud = folder.file("a.opc");
+    ASSERT_EQ(0, runNimbrel({"sample", folder.file("a.ply"), "--points", "60000"}).status);
+    ASSERT_EQ(0, runNimbrel({"build", folder.file("a.ply"), "-o", cloud, "--grid", "10"}).status);
+    ASSERT_EQ(0, runNimbrel({"points", cloud, "-o", folder.file("all.ply")}).status);
+    ASSERT_EQ(0, runNimbrel({"points", cloud, "-o", folder.file("box.ply"), "--box", "95,95,-100,205,150,100"}).status);
+    const PointBatch all = readScaled(folder.file("all.ply"));
+    const PointBatch box = readScaled(folder.file("box.ply"));
+    PointBatch expected;
+    for (size_t i = 0; i < all.size(); ++i) {
+        const double* p = &all.positions[i * 3];
+        if (p[0] < 95 || p[0] > 205 || p[1] < 95 || p[1] > 150) continue;
+        expected.positions.insert(expected.positions.end(), p, p + 3);
+        expected.attributes.insert(expected.attributes.end(), &all.attributes[i * 5], &all.attributes[i * 5] + 5);
+    }
+    EXPECT_GT(expected.size(), 1000U);
+    EXPECT_EQ(expected.positions, box.positions);
+    EXPECT_EQ(expected.attributes, box.attributes);
+}
+
+TEST(RoundTrip, StandardInputIsStaged) {
+    for (const char* name : {"town.csv", "town.ply"}) {
+        const TemporaryFolder folder;
+        const std::string sample = folder.file(name);
+        const std::string cloud = folder.file("out.opc");
+        ASSERT_EQ(0, runNimbrel({"sample", sample, "--points", "50000"}).status);
+        const PointBatch expected = readScaled(sample);
+        RunSetting setting;
+        setting.input = sample;
+        const RunResult built = runNimbrel({"build", "-", "-o", cloud}, setting);
+        ASSERT_EQ(0, built.status) << built.err;
+        ASSERT_EQ(0, runNimbrel({"points", cloud, "-o", folder.file("back.ply")}).status);
+        const PointBatch actual = readAll(*openPoints(folder.file("back.ply"), {}), 100000);
+        // Staging keeps 32-bit floats relative to the first point.
+        const CloudDifference difference = compareClouds(expected, actual, toleranceFor(expected) + 400 * 0x1p-24);
+        EXPECT_EQ(0U, difference.missing) << name;
+        EXPECT_EQ(0U, difference.unexpected) << name;
+        EXPECT_EQ(4, std::distance(std::filesystem::directory_iterator(folder.path), {}) + 1) << name;
+    }
 }
 
 // The limits make other bytes of the same points.
@@ -170,7 +197,8 @@ TEST(RoundTrip, SeveralInputsMakeOneCloud) {
 class RealCloud : public testing::TestWithParam<const char*> {};
 
 TEST_P(RealCloud, ComesBack) {
-    NIMBREL_REAL_CLOUD(path, GetParam());
+    const std::string path = realCloud(GetParam());
+    if (path.empty()) GTEST_SKIP() << GetParam() << " is not there";
     checkBothForms({path}, readScaled(path));
 }
 
@@ -188,15 +216,16 @@ INSTANTIATE_TEST_SUITE_P(Files, RealCloud,
                          });
 
 TEST(RealClouds, NeighbouringTilesMakeOneCloud) {
-    NIMBREL_REAL_CLOUD(first, "ahn3_1.laz");
-    NIMBREL_REAL_CLOUD(second, "ahn3_2.laz");
-    constexpr double LARGEST_INTENSITY = 65534; // of the first tile
-    checkForm({first, second}, together(readScaled(first), readScaled(second, LARGEST_INTENSITY)), FIXED);
+    const std::string first = realCloud("ahn3_1.laz");
+    const std::string second = realCloud("ahn3_2.laz");
+    if (first.empty() || second.empty()) GTEST_SKIP() << "the clouds are not there";
+    checkForm({first, second}, together(readScaled(first, second), readScaled(second, first)), FIXED);
 }
 
 // Damaged and unusual files build or are refused with a reason, and leave nothing but a cloud that opens.
 TEST(RealClouds, OddFilesNeverCrash) {
-    NIMBREL_REAL_CLOUD(odd, "odd");
+    const std::string odd = realCloud("odd");
+    if (odd.empty()) GTEST_SKIP() << "the clouds are not there";
     for (const auto& entry : std::filesystem::directory_iterator(odd)) {
         for (const Form& form : {FIXED, COMPRESSED}) {
             const TemporaryFolder folder;

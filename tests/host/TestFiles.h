@@ -67,8 +67,3 @@ inline std::string realCloud(const std::string& name) {
     const std::string path = NIMBREL_SHARED_DATA "/" + name;
     return std::filesystem::exists(path) ? path : std::string();
 }
-
-// The same as a variable of the test, which is skipped where the cloud is not there.
-#define NIMBREL_REAL_CLOUD(variable, name)                                                                             \
-    const std::string variable = realCloud(name);                                                                      \
-    if (variable.empty()) GTEST_SKIP() << (name) << " is not there"

@@ -1,6 +1,11 @@
 // Frames on the host's framebuffer: what is drawn where, and what is left behind.
 
 #include "render/FrameTest.h"
+#include "stream/GPUBatch.h"
+#include "stream/OPC.h"
+
+#include <cstring>
+#include <tuple>
 
 using Places = std::vector<std::array<int, 2>>;
 
@@ -12,4 +17,225 @@ TEST_F(FrameTest, DrawsPointsAtTheirPixelsAndNothingElse) {
     EXPECT_EQ((Pixel{255, 0, 0}), picture->at(0, 0));
     EXPECT_EQ((Pixel{0, 255, 0}), picture->at(79, 39));
     EXPECT_EQ((Pixel{1, 2, 3}), picture->at(40, 20));
+}
+
+TEST_F(FrameTest, HidesAndIsHiddenByTheHostsPicture) {
+    load({{10, 10, 0}, {20, 10, 20}}); // at depths 0.55 and 0.45
+    look();
+    constexpr Pixel host{1, 1, 1};
+    picture->fill(host, 0.5F);
+    frame();
+    EXPECT_EQ(host, picture->at(10, 10));
+    EXPECT_NEAR(0.5F, picture->depthAt(10, 10), 1e-6F);
+    EXPECT_EQ((Pixel{200, 100, 50}), picture->at(20, 10));
+    EXPECT_NEAR(0.45F, picture->depthAt(20, 10), 1e-6F);
+}
+
+TEST_F(FrameTest, ShowsTheNearerOfTwoPoints) {
+    load({{10, 10, 20, {1, 2, 3, 4, 2}}, {10, 10, 10, {5, 6, 7, 8, 2}}});
+    look();
+    EXPECT_EQ((Pixel{1, 2, 3}), shown(10, 10));
+}
+
+TEST_F(FrameTest, PutsThePictureIntoTheOnscreenViewport) {
+    load({{5, 5}, {75, 5}});
+    look();
+    picture.emplace(100, HEIGHT);
+    onscreen = {10, 0, WIDTH, HEIGHT};
+    freshFrame();
+    // The second would lie at 85, outside the offscreen rectangle, which still cuts.
+    EXPECT_EQ((Places{{15, 5}}), picture->drawn());
+}
+
+TEST_F(FrameTest, DrawsEachWindowByItself) {
+    load({{5, 5}});
+    look(0);
+    for (int i = 0; i < 3; ++i) {
+        freshFrame(1);
+        EXPECT_EQ(Places{}, picture->drawn());
+        freshFrame(0);
+        EXPECT_EQ((Places{{5, 5}}), picture->drawn());
+    }
+    unregisterWindow(0);
+    freshFrame(0);
+    EXPECT_EQ(Places{}, picture->drawn());
+}
+
+TEST_F(FrameTest, PlacesAndScalesClouds) {
+    const int id = load({{5, 5}});
+    const glm::dmat4 moved = glm::translate(glm::dmat4(1.0), {1.0, 2.0, 0.0});
+    setPointCloudPosition(id, glm::value_ptr(moved));
+    setScale(id, 3.0); // 0.55 to 1.65, then moved
+    look();
+    freshFrame();
+    EXPECT_EQ((Places{{26, 36}}), picture->drawn());
+}
+
+TEST_F(FrameTest, LeavesOutDisabledAndExpiredClouds) {
+    const int first = load({{5, 5}}, "first");
+    const int second = load({{6, 6}}, "second");
+    look();
+    setEnabled(first, false);
+    freshFrame();
+    EXPECT_EQ((Places{{6, 6}}), picture->drawn());
+    setProtection(second, 1, 1); // ended in 1970
+    freshFrame();
+    EXPECT_EQ(Places{}, picture->drawn());
+    setProtection(second, 0, 1); // no protection, no end
+    freshFrame();
+    EXPECT_EQ((Places{{6, 6}}), picture->drawn());
+    setProtection(second, 1, 0); // never ends
+    freshFrame();
+    EXPECT_EQ((Places{{6, 6}}), picture->drawn());
+}
+
+TEST_F(FrameTest, DrawsPointsInTheirSize) {
+    const int id = load({{40, 20}});
+    setProperties(id, [](PointCloudProperties& p) { p.pointSize = 3.0F; });
+    look();
+    freshFrame();
+    EXPECT_EQ(9U, picture->drawn().size());
+}
+
+// The children are too small to be seen; forced, they are read and drawn, and give their buffers back.
+TEST_F(FrameTest, DrawsEverythingInTheViewWhenForced) {
+    PointFileMaker made(17);
+    made.pointCount = 2;
+    made.add({.mask = 6, .pointCount = 1, .stored = record({5, 5})}); // split on X at 4
+    made.add({.mask = 4, .pointCount = 1, .stored = record({50, 5}, 40000)});
+    const int id = loadPointCloudFile(dir.writeWide("cloud", made.make()).c_str());
+    setProperties(id, [](PointCloudProperties& p) { p.lodFactor = 0; });
+    look();
+    freshFrame();
+    EXPECT_EQ((Places{{5, 5}}), picture->drawn());
+    setForceRender(true);
+    freshFrame();
+    EXPECT_EQ((Places{{5, 5}, {50, 5}}), picture->drawn());
+    GPUBatch* child = pointClouds[0]->getOPC().getNode(1)->existingBatch(0);
+    EXPECT_EQ(0U, child->vbo);
+    EXPECT_EQ(nullptr, child->data) << "what was read on the spot is not kept";
+    setForceRender(false);
+    freshFrame();
+    EXPECT_EQ((Places{{5, 5}}), picture->drawn());
+}
+
+TEST_F(FrameTest, FreesTheBufferOfWhatNoWindowSees) {
+    load({{5, 5}});
+    look(0);
+    look(1);
+    freshFrame(0);
+    GPUBatch* batch = pointClouds[0]->getOPC().getNode(0)->existingBatch(0);
+    const uint32_t buffer = batch->vbo;
+    EXPECT_TRUE(glIsBuffer(buffer));
+    unregisterWindow(0);
+    frame(0);
+    EXPECT_EQ(buffer, batch->vbo) << "the other window sees it";
+    unregisterWindow(1);
+    frame(0);
+    EXPECT_FALSE(glIsBuffer(buffer));
+    EXPECT_EQ(0U, batch->vbo);
+}
+
+TEST_F(FrameTest, LeavesTheHostsStateAsDocumented) {
+    load({{5, 5}});
+    look();
+    glEnable(GL_BLEND);
+    glDisable(GL_DEPTH_TEST);
+    glEnable(GL_CLIP_DISTANCE2);
+    freshFrame();
+    const std::tuple<GLenum, GLint> numbers[] = {
+        {GL_CURRENT_PROGRAM, 0},          {GL_VERTEX_ARRAY_BINDING, 0},  {GL_ARRAY_BUFFER_BINDING, 0},
+        {GL_ACTIVE_TEXTURE, GL_TEXTURE0}, {GL_TEXTURE_BINDING_2D, 0},    {GL_DEPTH_FUNC, GL_LESS},
+        {GL_DEPTH_WRITEMASK, GL_TRUE},    {GL_BLEND, GL_FALSE},          {GL_SCISSOR_TEST, GL_FALSE},
+        {GL_DEPTH_TEST, GL_TRUE},         {GL_CLIP_DISTANCE0, GL_FALSE}, {GL_CLIP_DISTANCE2, GL_TRUE},
+        {GL_PROGRAM_POINT_SIZE, GL_FALSE}};
+    GLint bound = 0;
+    glGetIntegerv(GL_FRAMEBUFFER_BINDING, &bound);
+    picture->bind();
+    GLint expected = 0;
+    glGetIntegerv(GL_FRAMEBUFFER_BINDING, &expected);
+    EXPECT_EQ(expected, bound);
+    for (const auto& [name, value] : numbers) {
+        GLint found = -1;
+        glGetIntegerv(name, &found);
+        EXPECT_EQ(value, found) << std::hex << name;
+    }
+    EXPECT_EQ((Places{{5, 5}}), picture->drawn());
+}
+
+TEST_F(FrameTest, IsNotPutOffByTheHostsState) {
+    const int id = load({{5, 5}});
+    look();
+    GLuint buffer = 0;
+    glGenBuffers(1, &buffer);
+    glBindBuffer(GL_PIXEL_UNPACK_BUFFER, buffer); // an address would be an offset into it
+    glColorMask(GL_FALSE, GL_FALSE, GL_FALSE, GL_FALSE);
+    glDepthMask(GL_FALSE);
+    glVertexAttrib3f(4, 1.0F, 1.0F, 1.0F); // would scale points to cubes
+    glActiveTexture(GL_TEXTURE5);
+    frame();
+    EXPECT_EQ((Places{{5, 5}}), picture->drawn());
+    setEnabled(id, false);
+    glDeleteBuffers(1, &buffer);
+}
+
+TEST_F(FrameTest, DrawsNothingOnPicturesThatCannotBe) {
+    load({{5, 5}});
+    look();
+    const std::array<int, 4> sizes[] = {{0, 0, 0, 0}, {0, 0, -1, 40}, {0, 0, 80, -5}, {0, 0, 1 << 30, 1}};
+    for (const auto& size : sizes) {
+        offscreen = size;
+        freshFrame();
+        EXPECT_EQ(Places{}, picture->drawn()) << size[2];
+    }
+    offscreen = {0, 0, WIDTH, HEIGHT};
+    onscreen = {0, 0, -1, -1};
+    freshFrame();
+    EXPECT_EQ(Places{}, picture->drawn());
+    onscreen = offscreen;
+    freshFrame();
+    EXPECT_EQ((Places{{5, 5}}), picture->drawn());
+}
+
+TEST_F(FrameTest, DrawsNothingWithoutAContext) {
+    load({{5, 5}});
+    look();
+    HeadlessContext::makeNoneCurrent();
+    setRenderCamera(0, glm::value_ptr(view), glm::value_ptr(projection), offscreen.data(), onscreen.data(), 0,
+                    glm::value_ptr(light));
+    render();
+    context->makeCurrent();
+    freshFrame();
+    EXPECT_EQ((Places{{5, 5}}), picture->drawn());
+}
+
+// Cubes around two places; the nearer face of each hides the rest. The vertices are put where a voxel model's would be.
+TEST_F(FrameTest, DrawsVoxelsAsCubes) {
+    load({{5, 5}});
+    look();
+    OPCInterface& root = *pointClouds[0]->getOPC().getRootNode();
+    auto vertices = std::make_unique<unsigned char[]>(64);
+    const float voxels[2][6] = {{1.0F, 1.0F, 1.0F, 0.2F, 0.1F, 0.5F}, {6.0F, 3.0F, 1.0F, 0.1F, 0.1F, 0.1F}};
+    const unsigned char colours[2][4] = {{255, 0, 0, 240}, {0, 0, 255, 240}};
+    for (size_t i = 0; i < 2; ++i) {
+        std::memcpy(&vertices[32 * i], voxels[i], sizeof(voxels[i]));
+        std::memcpy(&vertices[32 * i + 24], colours[i], sizeof(colours[i]));
+    }
+    root.getGPUBatch(0)->fill(std::move(vertices), 64);
+    DrawnCloud cloud = pointClouds[0]->drawn();
+    cloud.version = 90;
+    cloud.properties.smoothing = 1;
+    cloud.properties.opacity = 50.0F;
+    EXPECT_FALSE(cloud.needsBlending());
+    picture->clear();
+    ASSERT_TRUE(renderer.setupTexture(offscreen, projection, false));
+    renderer.configureRenderPass(OpenGLRenderer::PLAIN);
+    renderer.render({0, view, projection, {}, 0, true}, cloud, {}, {});
+    renderer.renderTexture(onscreen, 0, {});
+    EXPECT_EQ(static_cast<GLenum>(GL_NO_ERROR), glGetError());
+    EXPECT_EQ(4U * 2U + 2U * 2U, picture->drawn().size());
+    EXPECT_EQ((Pixel{255, 0, 0}), picture->at(8, 9));
+    EXPECT_EQ((Pixel{0, 0, 255}), picture->at(60, 30));
+    EXPECT_NEAR(9.5F / 20.0F, picture->depthAt(8, 9), 1e-6F) << "the upper face";
+    EXPECT_FALSE(glIsEnabled(GL_CULL_FACE));
 }

@@ -33,6 +33,7 @@ vec3 normalAt(vec2 where) {
     int equal = int(dx1 == dd) + int(dx2 == dd) + int(dy1 == dd) + int(dy2 == dd);
     // Flattens faces of coincident depth.
     if (equal >= 2) dx1 = dx2 = dy1 = dy2 = dd;
+    // Both differences run from left to right, the second along the row below: the shading that hosts know.
     return vec3((dx1 - dx2) / (2.0 * dx), (dy1 - dy2) / (2.0 * dy), dd);
 }
 

@@ -1,0 +1,89 @@
+#include "edit/PolygonSelection.h"
+
+#include <glm/gtc/matrix_transform.hpp>
+#include <gtest/gtest.h>
+#include <limits>
+#include <tuple>
+
+namespace {
+
+constexpr int VIEWPORT[] = {0, 0, 100, 100};
+// From (20, 10) to (60, 50), y from the top.
+constexpr int SQUARE[] = {20, 10, 60, 10, 60, 50, 20, 50};
+
+// Ten pixels a unit; z from 0 near to -20 far.
+glm::dmat4 flat() {
+    return glm::ortho(0.0, 10.0, 0.0, 10.0, 0.0, 20.0);
+}
+
+} // namespace
+
+TEST(PolygonSelection, ProjectsToTheScreenAndBack) {
+    constexpr int shifted[] = {5, 7, 100, 50};
+    const PolygonSelection screen(flat(), shifted, {});
+    EXPECT_EQ(glm::dvec4(5 + 25, 7 + 10, 0.5, 0.5), screen.project({2.5, 2.0, -10.0, 1.0}));
+    const glm::dvec4 back = screen.unProject({30, 17, 0.5, 99.0});
+    EXPECT_NEAR(2.5, back.x, 1e-12);
+    EXPECT_NEAR(2.0, back.y, 1e-12);
+    EXPECT_NEAR(-10.0, back.z, 1e-12);
+    EXPECT_EQ(1.0, back.w);
+}
+
+TEST(PolygonSelection, GivesHalfTheReciprocalOfWAsFourthComponent) {
+    const PolygonSelection screen(glm::perspective(1.0, 1.0, 1.0, 100.0), VIEWPORT, {});
+    EXPECT_DOUBLE_EQ(0.5 / 8.0, screen.project({0, 0, -8, 1}).w);
+}
+
+TEST(PolygonSelection, HoldsPlacesByTheEvenOddRule) {
+    const PolygonSelection screen(flat(), VIEWPORT, SQUARE);
+    const std::tuple<const char*, glm::dvec3, bool> cases[] = {
+        {"inside", {4, 7, -1}, true},
+        {"y runs upwards there", {4, 3, -1}, false},
+        {"left of it", {1.9, 7, -1}, false},
+        {"right of it", {6.1, 7, -1}, false},
+        {"behind the viewer", {4, 7, 1}, false},
+        {"beyond the far plane", {4, 7, -21}, false},
+    };
+    for (const auto& [name, p, expected] : cases) EXPECT_EQ(expected, screen.contains(p.x, p.y, p.z)) << name;
+    constexpr int bowTie[] = {0, 0, 100, 100, 100, 0, 0, 100};
+    const PolygonSelection crossed(flat(), VIEWPORT, bowTie);
+    EXPECT_TRUE(crossed.pnpoly(10, 50));
+    EXPECT_FALSE(crossed.pnpoly(50, 90));
+    EXPECT_FALSE(PolygonSelection(flat(), VIEWPORT, {}).pnpoly(0, 0));
+}
+
+TEST(PolygonSelection, TestsSpheres) {
+    const PolygonSelection screen(flat(), VIEWPORT, SQUARE);
+    const std::tuple<const char*, glm::dvec3, double, PolygonSelection::Test> cases[] = {
+        {"wholly inside", {4, 7, -1}, 1.9, PolygonSelection::INSIDE},
+        {"cut by an edge", {4, 7, -1}, 2.1, PolygonSelection::CUT},
+        {"cut from outside", {1, 7, -1}, 1.1, PolygonSelection::CUT},
+        {"outside", {1, 7, -1}, 0.9, PolygonSelection::OUTSIDE},
+    };
+    for (const auto& [name, p, radius, expected] : cases) {
+        EXPECT_EQ(expected, screen.intersectionTest(p.x, p.y, p.z, radius)) << name;
+    }
+    EXPECT_EQ(PolygonSelection::OUTSIDE, PolygonSelection(flat(), VIEWPORT, {}).intersectionTest(4, 7, -1, 1e9));
+    const PolygonSelection degenerate(glm::dmat4(0.0), VIEWPORT, SQUARE);
+    EXPECT_EQ(PolygonSelection::CUT, degenerate.intersectionTest(4, 7, -1, 1.0)) << "not finite";
+}
+
+TEST(PolygonSelection, MeasuresDistancesToEdges) {
+    const std::tuple<glm::dvec2, double> cases[] = {{{5, 3}, 3.0}, {{-3, 4}, 5.0}, {{13, -4}, 5.0}, {{5, 0}, 0.0}};
+    for (const auto& [p, expected] : cases) {
+        EXPECT_DOUBLE_EQ(expected, PolygonSelection::distanceToSegment({0, 0}, {10, 0}, p));
+    }
+    EXPECT_EQ(99999999999.0, PolygonSelection::distanceToSegment({1, 1}, {1, 1}, {1, 1})) << "a repeated corner";
+}
+
+TEST(PolygonSelection, SurvivesAnyNumbers) {
+    constexpr int low = std::numeric_limits<int>::min();
+    constexpr int high = std::numeric_limits<int>::max();
+    constexpr int viewport[] = {low, high, low, high};
+    constexpr int corners[] = {low, high, high, low, low, low, 7};
+    const PolygonSelection screen(flat(), viewport, corners);
+    for (const double v : {0.0, 1e300, -1e300, std::numeric_limits<double>::quiet_NaN()}) {
+        (void)screen.contains(v, v, v);
+        (void)screen.intersectionTest(v, v, v, v);
+    }
+}
