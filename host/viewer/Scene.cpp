@@ -1,4 +1,5 @@
 #include "viewer/Scene.h"
+#include "cloud/CloudTree.h"
 #include "support/Failure.h"
 #include "support/Interrupt.h"
 
@@ -57,9 +58,32 @@ void Scene::placeCloud(Cloud& cloud) const {
     readSample(cloud);
 }
 
-void Scene::readSample(Cloud& cloud) const {
+// The points of the coarsest nodes that have any, whole levels at a time so that no part of the cloud is left out:
+// large nodes of a compressed file have none.
+static PointBatch readCoarsest(const OpenCloud& file, const std::string& path) {
+    constexpr size_t ENOUGH = 10000;
+    constexpr size_t MOST_NODES = 64;
+    std::vector<std::pair<uint32_t, int>> nodes; // level and number
+    const CloudTree tree = CloudTree::ofCloud(file.id(), path);
+    for (size_t i = 0; i < tree.nodes().size(); ++i) {
+        if (tree.nodes()[i].points > 0) nodes.emplace_back(tree.nodes()[i].level, static_cast<int>(i));
+    }
+    const size_t most = std::min(nodes.size(), MOST_NODES);
+    std::partial_sort(nodes.begin(), nodes.begin() + static_cast<ptrdiff_t>(most), nodes.end());
+    PointBatch all;
     PointBatch points;
-    const size_t count = cloud.file->readNode(0, points);
+    for (size_t i = 0; i < most; ++i) {
+        if (all.size() >= ENOUGH && nodes[i].first != nodes[i - 1].first) break;
+        file.readNode(nodes[i].second, points);
+        all.positions.insert(all.positions.end(), points.positions.begin(), points.positions.end());
+        all.attributes.insert(all.attributes.end(), points.attributes.begin(), points.attributes.end());
+    }
+    return all;
+}
+
+void Scene::readSample(Cloud& cloud) const {
+    PointBatch points = readCoarsest(*cloud.file, cloud.path);
+    const size_t count = points.size();
     const size_t every = count / MOST_IN_SAMPLE + 1;
     for (size_t i = 0; i < count; i += every) {
         const double* position = &points.positions[i * 3];

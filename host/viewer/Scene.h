@@ -30,8 +30,8 @@ public:
         std::string path;
         std::unique_ptr<OpenCloud> file;
         Box box;                          // in the space of the scene
-        std::vector<glm::dvec3> sample;   // points of the root in the space of the scene; corners if there are none
-        std::vector<unsigned char> bytes; // red, green, blue, intensity, class of each point of the root
+        std::vector<glm::dvec3> sample;   // coarsest points, in the space of the scene; corners if there are none
+        std::vector<unsigned char> bytes; // red, green, blue, intensity, class of each of them in the file
         IntensityRange intensity;
         double spacing = 0.0; // about, between points of full density, in units of the scene
         CloudLook look;
