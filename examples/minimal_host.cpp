@@ -59,7 +59,7 @@ static void drawFrame(GLFWwindow* window, const Cloud& cloud) {
     glfwGetFramebufferSize(window, &width, &height);
     if (width == 0 || height == 0) return; // minimised
     const double angle = glfwGetTime() * 0.2;
-    const double distance = cloud.radius / std::sin(glm::radians(FIELD_OF_VIEW) / 2.0);
+    const double distance = cloud.radius * 2.0;
     const glm::dvec3 eye = glm::dvec3(std::cos(angle) * 0.8, std::sin(angle) * 0.8, 0.6) * distance;
     const glm::dmat4 view = glm::lookAt(eye, glm::dvec3(0.0), glm::dvec3(0.0, 0.0, 1.0));
     const glm::dmat4 projection =

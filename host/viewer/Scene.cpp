@@ -127,11 +127,17 @@ static bool varies(const std::vector<unsigned char>& bytes, size_t first, size_t
     return false;
 }
 
+// Readers give points without colours one and the same black or white.
+static bool hasColours(const std::vector<unsigned char>& bytes) {
+    if (varies(bytes, 0, 2)) return true;
+    return !bytes.empty() && (bytes[0] != bytes[1] || bytes[1] != bytes[2]);
+}
+
 Colouring Scene::suggestColouring() const {
     // Of fewer steps there is not much to see; a scale that a single outlier has set leaves no more.
     constexpr float LEAST_RANGE = 16.0F / 255.0F;
     for (const Cloud& cloud : clouds) {
-        if (varies(cloud.bytes, 0, 2)) return Colouring::RGB;
+        if (hasColours(cloud.bytes)) return Colouring::RGB;
     }
     for (const Cloud& cloud : clouds) {
         if (varies(cloud.bytes, 3, 3) && cloud.intensity.high - cloud.intensity.low >= LEAST_RANGE) {

@@ -19,11 +19,18 @@ static std::vector<unsigned char> grid(int spacing) {
 
 TEST(PointSizing, ClosesTheGapsOfTheCoveredPart) {
     EXPECT_EQ(2.0, choosePointSize(grid(1), SIZE));
-    EXPECT_EQ(3.0, choosePointSize(grid(2), SIZE));
-    EXPECT_EQ(6.0, choosePointSize(grid(4), SIZE));
+    EXPECT_EQ(4.0, choosePointSize(grid(2), SIZE));
+    EXPECT_EQ(5.0, choosePointSize(grid(4), SIZE));
+}
+
+// A thin line covers little of its tiles, but has no gaps.
+TEST(PointSizing, OutlinesAreNoGaps) {
+    std::vector<unsigned char> covered(160 * 96, 0);
+    for (size_t x = 0; x < 160; ++x) covered[40 * 160 + x] = 1;
+    EXPECT_EQ(2.0, choosePointSize(covered, SIZE));
 }
 
 TEST(PointSizing, StaysWithinWhatLooksLikeACloud) {
-    EXPECT_EQ(7.0, choosePointSize(grid(16), SIZE));
+    EXPECT_EQ(5.0, choosePointSize(grid(16), SIZE));
     EXPECT_EQ(2.0, choosePointSize(std::vector<unsigned char>(160 * 96, 0), SIZE)) << "an empty picture";
 }
