@@ -71,7 +71,7 @@ NIMBREL_API const char* nimbrelVersion(void);
 NIMBREL_API const char* nimbrelLastError(void);
 
 /* ---- The table of clouds ----------------------------------------------------------------------------------------
- * A cloud is known by its id from the load that opened it until a close. Loads and the end of a close hold the table
+ * A cloud is known by its id from the load that opened it until a close. The end of a load or a close holds the table
  * exclusively; everything else shares it, so that calls from several threads may overlap. An unknown id does nothing. */
 
 /**

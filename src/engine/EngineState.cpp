@@ -26,6 +26,7 @@ TempCache tempCache;
 std::vector<std::unique_ptr<PointCloud>> pointClouds;
 static const LoadsEndFirst LOADS_END_FIRST;
 std::shared_mutex mutex_;
+std::mutex loadMutex;
 std::mutex closeMutex;
 std::atomic<bool> init{false};
 std::atomic<bool> pointCloudsChanged{false};

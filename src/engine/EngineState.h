@@ -20,14 +20,15 @@ class PointCloud;
 // The state of the engine, which has no object of its own: made when the library is loaded, and destroyed at exit in
 // the reverse of the order in EngineState.cpp. The pools of ground/Pools.h are made before all of it.
 //
-// Locks, outermost first: closeMutex, mutex_, a node's mutex, its batch's mutex. The others, a pool's own among them,
-// lie inside all of these, and none is taken while another of them is held.
+// Locks, outermost first: loadMutex, closeMutex, mutex_, a node's mutex, its batch's mutex. The others, a pool's own
+// among them, lie inside all of these, and none is taken while another of them is held.
 
 extern OPCCreator opcCreator; // the build under way; has its own lock
 extern TempCache tempCache;   // staged points; used by one thread of the host
 
 extern std::vector<std::unique_ptr<PointCloud>> pointClouds; // the table; guarded by mutex_
 extern std::shared_mutex mutex_;                             // the table and everything reached through it
+extern std::mutex loadMutex;                                 // held for the length of a load: one at a time
 extern std::mutex closeMutex;                                // held for the length of a close: one at a time
 extern std::atomic<bool> init;                               // initEngine accepted a key
 extern std::atomic<bool> pointCloudsChanged; // set by what changes the clouds; kept for hosts' debuggers, never read

@@ -94,17 +94,26 @@ static std::optional<int64_t> regularFileSize(const std::string& path) {
 
 // Opens the file and enters it into the table; its id, or -1. The first opener of a path may write to it.
 static int enterCloud(const std::wstring& path, int64_t size) {
-    std::unique_lock lock(mutex_);
-    const bool isFirst = std::none_of(pointClouds.begin(), pointClouds.end(),
-                                      [&](const auto& cloud) { return cloud->getPath() == path; });
+    std::lock_guard oneAtATime(loadMutex); // so that one opener alone is the first
+    const auto isFirst = [&path] {
+        std::shared_lock lock(mutex_);
+        return std::none_of(pointClouds.begin(), pointClouds.end(),
+                            [&](const auto& cloud) { return cloud->getPath() == path; });
+    };
+    // The tree is read without the table, so that frames go on meanwhile.
     const auto file = std::make_shared<FileMemoryMap>();
-    file->openFile(path, isFirst, size);
-    const int id = static_cast<int>(pointClouds.size());
-    auto cloud = std::make_unique<PointCloud>(file, path, id, !file->isReadOnly());
+    file->openFile(path, isFirst(), size);
+    auto cloud = std::make_unique<PointCloud>(file, path, !file->isReadOnly());
     if (!cloud->getOPC().isLoaded()) return -1;
     const auto [nodes, points] =
         cloud->getOPC().withHeader([](OPCHeader& header) { return std::pair(header.nodeCount, header.pointCount); });
-    pointClouds.push_back(std::move(cloud));
+    int id = 0;
+    {
+        std::unique_lock lock(mutex_);
+        id = static_cast<int>(pointClouds.size());
+        cloud->setID(id);
+        pointClouds.push_back(std::move(cloud));
+    }
     logText("NODES: " + std::to_string(nodes) + "\nPOINTS: " + std::to_string(points) + "\n\n");
     pointCloudsChanged = true;
     return id;
@@ -156,9 +165,16 @@ static void closeCloud(int id) {
     shared.unlock();
 
     // Only a close removes entries, and this is the only one.
-    std::unique_lock exclusive(mutex_);
-    root.getVBODeleteData(&deleteVboList);
-    std::erase_if(pointClouds, [cloud](const auto& entry) { return entry.get() == cloud; });
+    std::unique_ptr<PointCloud> closed;
+    {
+        std::unique_lock exclusive(mutex_);
+        root.getVBODeleteData(&deleteVboList);
+        const auto entry = std::find_if(pointClouds.begin(), pointClouds.end(),
+                                        [cloud](const auto& next) { return next.get() == cloud; });
+        closed = std::move(*entry);
+        pointClouds.erase(entry);
+    }
+    // The tree goes when nobody can reach it any more, so that frames do not wait for that.
 }
 
 void closePointCloud(int id) {

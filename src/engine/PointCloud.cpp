@@ -8,9 +8,8 @@
 #include <ctime>
 #include <glm/matrix.hpp>
 
-PointCloud::PointCloud(std::shared_ptr<PointCloudFile> fileIn, std::wstring pathIn, int idIn, bool writableIn)
-    : file(std::move(fileIn)), id(idIn), opc(std::make_shared<OPC>(file)), path(std::move(pathIn)),
-      writable(writableIn) {}
+PointCloud::PointCloud(std::shared_ptr<PointCloudFile> fileIn, std::wstring pathIn, bool writableIn)
+    : file(std::move(fileIn)), opc(std::make_shared<OPC>(file)), path(std::move(pathIn)), writable(writableIn) {}
 
 PointCloud::~PointCloud() {
     logText("In pointcloud destructor...\n");

@@ -21,12 +21,14 @@ class PointCloudFile;
 class PointCloud {
 public:
     // Reads header and tree; getOPC().isLoaded() tells whether that went well.
-    PointCloud(std::shared_ptr<PointCloudFile> fileIn, std::wstring pathIn, int idIn, bool writableIn);
+    PointCloud(std::shared_ptr<PointCloudFile> fileIn, std::wstring pathIn, bool writableIn);
     virtual ~PointCloud();
     PointCloud(const PointCloud&) = delete;
     PointCloud& operator=(const PointCloud&) = delete;
 
+    // Set once, before the cloud is in the table.
     [[nodiscard]] int getID() const { return id; }
+    void setID(int value) { id = value; }
     [[nodiscard]] const std::wstring& getPath() const { return path; }
     [[nodiscard]] bool isWritable() const { return writable; } // the source is open for writing
     [[nodiscard]] PointCloudFile& getFile() const { return *file; }
@@ -74,7 +76,7 @@ private:
     const std::shared_ptr<PointCloudFile> file; // shared with the OPC and its nodes
     std::atomic<bool> enabled{true};
     std::atomic<bool> mask{false};
-    const int id;
+    int id = -1;
     const std::shared_ptr<OPC> opc; // shared with jobs that outlive the call that began them
     const std::wstring path;
     const bool writable;

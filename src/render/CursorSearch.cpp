@@ -10,7 +10,8 @@ CursorHit searchCursorDepths(const CursorDepths& depths) {
     float best = 9999.0F;
     for (int column = -MIDDLE; column < MIDDLE; ++column) {
         for (int row = -MIDDLE; row < MIDDLE; ++row) {
-            const float depth = depths[static_cast<size_t>(column + MIDDLE + CURSOR_SIZE * (row + MIDDLE))];
+            const int cell = column + MIDDLE + CURSOR_SIZE * (row + MIDDLE);
+            const float depth = depths[static_cast<size_t>(cell)];
             const float distance = std::sqrt(static_cast<float>(row * row + column * column));
             if (!(depth < 1.0F && distance < best)) continue;
             best = distance;

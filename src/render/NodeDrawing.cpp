@@ -29,7 +29,9 @@ struct VoxelVertex {
 void setAttribute(GLuint attribute, GLint components, GLenum type, GLboolean normalised, GLsizei stride,
                   size_t offset) {
     glEnableVertexAttribArray(attribute);
-    glVertexAttribPointer(attribute, components, type, normalised, stride, reinterpret_cast<const void*>(offset));
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): OpenGL takes an offset in the buffer as a pointer
+    const auto* place = reinterpret_cast<const void*>(offset);
+    glVertexAttribPointer(attribute, components, type, normalised, stride, place);
 }
 
 // The points of a node that is drawn before it is loaded, read on the spot; empty when the read fails.

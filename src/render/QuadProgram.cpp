@@ -33,7 +33,9 @@ GLName QuadProgram::makeVertexArray() const {
     glBindBuffer(GL_ARRAY_BUFFER, vertices.get());
     constexpr GLsizei STRIDE = 4 * sizeof(float);
     glVertexAttribPointer(POSITION, 2, GL_FLOAT, GL_FALSE, STRIDE, nullptr);
-    glVertexAttribPointer(TEXTURE_PLACE, 2, GL_FLOAT, GL_FALSE, STRIDE, reinterpret_cast<void*>(2 * sizeof(float)));
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): OpenGL takes an offset in the buffer as a pointer
+    const auto* texturePlace = reinterpret_cast<const void*>(2 * sizeof(float));
+    glVertexAttribPointer(TEXTURE_PLACE, 2, GL_FLOAT, GL_FALSE, STRIDE, texturePlace);
     glEnableVertexAttribArray(POSITION);
     glEnableVertexAttribArray(TEXTURE_PLACE);
     glBindVertexArray(0);

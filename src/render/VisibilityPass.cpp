@@ -31,7 +31,8 @@ std::array<double, 24> frustumPlanes(const glm::dmat4& matrix) {
         const glm::dvec4 row = rows[i / 2];
         const glm::dvec4 plane = i % 2 == 0 ? rows[3] + row : rows[3] - row;
         const double length = glm::length(glm::dvec3(plane));
-        for (int k = 0; k < 4; ++k) planes[static_cast<size_t>(4 * i + k)] = plane[k] / length;
+        double* out = planes.data() + 4 * i;
+        for (int k = 0; k < 4; ++k) out[k] = plane[k] / length;
     }
     return planes;
 }

@@ -69,16 +69,18 @@ double OPCInterface::getFilter() {
 }
 
 void OPCInterface::forgetBuffers() {
-    walkNodes(*this, [](OPCInterface& node) {
+    std::vector<GPUBatch*> batches; // stay where they are as long as their node
+    walkNodes(*this, [&batches](OPCInterface& node) {
         std::lock_guard lock(detailMutex(&node));
         if (!node.gpuBatches) return true;
-        for (auto& [key, batch] : *node.gpuBatches) {
-            std::lock_guard batchLock(batch.mutex);
-            batch.vbo = 0;
-            batch.visited = false;
-        }
+        for (auto& [key, batch] : *node.gpuBatches) batches.push_back(&batch);
         return true;
     });
+    for (GPUBatch* batch : batches) {
+        std::lock_guard lock(batch->mutex);
+        batch->vbo = 0;
+        batch->visited = false;
+    }
 }
 
 void OPCInterface::getVBODeleteData(std::vector<int>* out) {

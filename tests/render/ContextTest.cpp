@@ -90,15 +90,15 @@ TEST_F(Contexts, FramesAlternateBetweenContextsThatShareObjects) {
     freshFrame();
     const uint32_t buffer = pointClouds[0]->getOPC().getNode(0)->existingBatch(0)->vbo;
     const HeadlessContext second(&*context);
-    const HostPicture secondPicture(WIDTH, HEIGHT);
+    std::optional<HostPicture> secondPicture(std::in_place, WIDTH, HEIGHT);
     const auto before = countObjects();
     for (int i = 0; i < 10; ++i) {
         second.makeCurrent();
-        secondPicture.clear();
+        secondPicture->clear();
         setRenderCamera(0, glm::value_ptr(view), glm::value_ptr(projection), offscreen.data(), onscreen.data(), 0,
                         glm::value_ptr(light));
         render();
-        EXPECT_EQ((Places{{5, 5}}), secondPicture.drawn());
+        EXPECT_EQ((Places{{5, 5}}), secondPicture->drawn());
         context->makeCurrent();
         freshFrame();
         EXPECT_EQ((Places{{5, 5}}), picture->drawn());
@@ -106,6 +106,7 @@ TEST_F(Contexts, FramesAlternateBetweenContextsThatShareObjects) {
     EXPECT_EQ(buffer, pointClouds[0]->getOPC().getNode(0)->existingBatch(0)->vbo) << "kept";
     second.makeCurrent();
     EXPECT_EQ(before, countObjects());
+    secondPicture.reset();
     context->makeCurrent();
 }
 

@@ -4,7 +4,9 @@
 #include "stream/GPUBatch.h"
 #include "stream/OPC.h"
 
+#include <atomic>
 #include <cstring>
+#include <thread>
 #include <tuple>
 
 using Places = std::vector<std::array<int, 2>>;
@@ -205,6 +207,43 @@ TEST_F(FrameTest, DrawsNothingWithoutAContext) {
                     glm::value_ptr(light));
     render();
     context->makeCurrent();
+    freshFrame();
+    EXPECT_EQ((Places{{5, 5}}), picture->drawn());
+}
+
+// A second thread does what hosts do beside their render thread; each frame shows the cloud that stays.
+TEST_F(FrameTest, GoesOnWhileEverythingElseChanges) {
+    load({{5, 5}}, "stays");
+    look();
+    std::atomic<bool> done{false};
+    std::thread host([&] {
+        std::array<unsigned char, 1024> table{};
+        const double planes[36] = {};
+        const float colours[4] = {};
+        double positions[300];
+        char attributes[500];
+        for (int i = 0; i < 30; ++i) {
+            const int id = loadPointCloudFile(dir.writeWide("other", maker({{6, 6}, {7, 7}}).make()).c_str());
+            setProperties(id, [i](PointCloudProperties& p) { p.smoothing = static_cast<uint8_t>(i % 2); });
+            look(1 + i % 2);
+            setLasClassifications(table.data());
+            activateClipBox(planes, colours, 1);
+            activateShader(planes, planes, 0, 0, 1, 0, false, colours, colours, colours);
+            setForceRender(i % 8 == 7);
+            getWindowPoints(1, positions, attributes, 0, 100);
+            EXPECT_GE(getWindowPointCount(0), 0);
+            unregisterWindow(1);
+            closePointCloud(id);
+        }
+        done = true;
+    });
+    while (!done) {
+        freshFrame();
+        EXPECT_NE(HostPicture::BACKGROUND, picture->at(5, 5));
+    }
+    host.join();
+    setForceRender(false);
+    freshFrame();
     freshFrame();
     EXPECT_EQ((Places{{5, 5}}), picture->drawn());
 }
