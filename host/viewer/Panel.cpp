@@ -5,6 +5,7 @@
 #include <imgui.h>
 
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <fmt/format.h>
 #include <numbers>
@@ -71,7 +72,8 @@ static void drawLook(ViewerState& state) {
     float colour[3] = {};
     for (size_t i = 0; i < 3; ++i) colour[i] = static_cast<float>(state.background[i]) / 255.0F;
     if (ImGui::ColorEdit3("background", colour, ImGuiColorEditFlags_NoInputs)) {
-        for (size_t i = 0; i < 3; ++i) state.background[i] = static_cast<unsigned char>(colour[i] * 255.0F + 0.5F);
+        for (size_t i = 0; i < 3; ++i)
+            state.background[i] = static_cast<unsigned char>(std::lround(colour[i] * 255.0F));
     }
 }
 

@@ -183,6 +183,7 @@ struct Ramp {
 static Ramp chooseRamp(const glm::dvec3& normal, const std::vector<glm::dvec3>& points) {
     if (points.empty()) return {normal, {}, 1.0};
     std::vector<double> heights;
+    heights.reserve(points.size());
     for (const glm::dvec3& point : points) heights.push_back(glm::dot(point, normal));
     std::sort(heights.begin(), heights.end());
     const double low = heights[heights.size() / 100];

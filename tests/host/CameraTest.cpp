@@ -33,6 +33,7 @@ static std::vector<glm::dvec3> randomPoints(unsigned seed) {
     std::mt19937 random(seed);
     std::uniform_real_distribution<double> place(-50.0, 50.0);
     std::vector<glm::dvec3> points;
+    points.reserve(200);
     for (int i = 0; i < 200; ++i) points.emplace_back(place(random), place(random) * 0.3, place(random) * 0.1);
     return points;
 }

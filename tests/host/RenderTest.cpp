@@ -27,7 +27,7 @@ static Picture readPng(const std::string& path) {
 }
 
 static Pixel pixelAt(const Picture& picture, int x, int y) {
-    const auto at = static_cast<size_t>((y * picture.width + x) * 3);
+    const auto at = (static_cast<size_t>(y) * static_cast<size_t>(picture.width) + static_cast<size_t>(x)) * 3;
     if (at + 3 > picture.rgb.size()) return {-1, -1, -1};
     return {picture.rgb[at], picture.rgb[at + 1], picture.rgb[at + 2]};
 }
