@@ -15,7 +15,7 @@
 class TemporaryFolder {
 public:
     TemporaryFolder() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "nimbrelXXXXXX").string();
+        std::string pattern = (std::filesystem::temp_directory_path() / ("nimbrel" + std::string(6, 'X'))).string();
         if (!mkdtemp(pattern.data())) throw std::runtime_error("no temporary folder");
         path = pattern;
     }

@@ -6,7 +6,8 @@
 #include <iterator>
 #include <stdexcept>
 
-TempDir::TempDir() : directory((std::filesystem::temp_directory_path() / "nimbrelTests-XXXXXX").string()) {
+TempDir::TempDir()
+    : directory((std::filesystem::temp_directory_path() / ("nimbrelTests-" + std::string(6, 'X'))).string()) {
     if (!::mkdtemp(directory.data())) throw std::runtime_error("no temporary directory");
 }
 
