@@ -218,14 +218,15 @@ NIMBREL_API void getOrigin(int id, double* out);
 /** 1 if the header was marked as changed since the last call, else 0; the call clears the mark. */
 NIMBREL_API int headerChanged(int id);
 
-/** 1 if the file is protected (its first protection value is not 0) and the protection has not ended, else 0. */
+/** 1 if the file is protected, which is when its first protection value is not 0, else 0. */
 NIMBREL_API int isProtected(int id);
 
 /**
  * Protects a file, or lifts the protection, and marks the header as changed.
  *
  * value1  not 0 to protect
- * value2  when the protection ends, in seconds since 1970; 0 for never
+ * value2  when the file expires, in seconds since 1970; 0 for never. It counts only on a protected file: past it, frames
+ *         leave the cloud out
  *
  * A file that is open for writing gets its header written back; one that is read-only changes in memory alone.
  */

@@ -59,7 +59,7 @@ public:
     // How the cloud is drawn at this moment.
     [[nodiscard]] DrawnCloud drawn() const;
 
-    // The file is protected, and the protection has ended.
+    // The file is protected, and the time until which it may be drawn has passed.
     [[nodiscard]] bool isExpired() const;
 
     // From the file's coordinates to the world's, and back.

@@ -8,7 +8,6 @@
 #include "stream/OPC.h"
 
 #include <algorithm>
-#include <ctime>
 #include <utility>
 
 // ---- Queries
@@ -117,10 +116,7 @@ int headerChanged(int id) {
 
 int isProtected(int id) {
     return withCloud(id, 0, [](PointCloud& cloud) {
-        return cloud.getOPC().withHeader([](OPCHeader& header) {
-            const int64_t ending = header.protectionValue2;
-            return header.protectionValue1 != 0 && (ending == 0 || std::time(nullptr) < ending) ? 1 : 0;
-        });
+        return cloud.getOPC().withHeader([](OPCHeader& header) { return header.protectionValue1 != 0 ? 1 : 0; });
     });
 }
 

@@ -61,7 +61,7 @@ public:
     int64_t pointCount = 0;
     std::array<double, 6> boundingBox{}; // minimum x, y, z, maximum x, y, z
     int64_t protectionValue1 = 0;        // not 0: the file is protected
-    int64_t protectionValue2 = 0;        // when the protection ends, in seconds since 1970, 0 for never
+    int64_t protectionValue2 = 0;        // when a protected file expires, in seconds since 1970, 0 for never
     int64_t reserved = 0;                // version 90: length of the block of header and tree
     int64_t spacingScaled = 0;           // point spacing of the root in ten-thousandths
     double indexParameter = 1.0;

@@ -77,11 +77,12 @@ TEST_F(HeaderExports, TreatAReadOnlyCloudAsUnknownWhenReplacing) {
     EXPECT_EQ(other.header(), storedHeader("free"));
 }
 
-TEST_F(HeaderExports, ProtectUntilATime) {
+// Expiry keeps a cloud out of frames, not a file from being protected.
+TEST_F(HeaderExports, ProtectByTheFirstValueAlone) {
     const int id = loadSmallCloud();
     const int64_t now = std::time(nullptr);
     const std::tuple<int64_t, int64_t, int> cases[] = {{0, 0, 0},           {0, now + 1000, 0}, {1, 0, 1},
-                                                       {-5, now + 1000, 1}, {1, now - 1000, 0}, {1, -1, 0}};
+                                                       {-5, now + 1000, 1}, {1, now - 1000, 1}, {1, -1, 1}};
     for (const auto& [value1, value2, expected] : cases) {
         setProtection(id, value1, value2);
         EXPECT_EQ(expected, isProtected(id)) << value1 << ", " << value2;
