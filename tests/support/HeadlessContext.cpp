@@ -3,14 +3,6 @@
 #include <cstdlib>
 #include <stdexcept>
 
-#if defined(__SANITIZE_THREAD__)
-// Mesa is not instrumented: its atomics are not seen, and what they order looks like a race of Mesa with itself.
-extern "C" const char* __tsan_default_suppressions();
-extern "C" const char* __tsan_default_suppressions() {
-    return "race:swrast_dri.so\nmutex:swrast_dri.so\ndeadlock:swrast_dri.so\ndeadlock:libLLVM\n";
-}
-#endif
-
 namespace {
 
 // One display for the whole process: ending it would end the contexts of others.
