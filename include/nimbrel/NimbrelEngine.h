@@ -387,9 +387,8 @@ NIMBREL_API void setCamera(int window, const double* view, const double* project
  * lightState         0 unlit, 1 lit, 2 the light alone, as grey; a selection is green
  * lightDirection     3 floats, from the light, in the world; all 0 for no light
  */
-NIMBREL_API void setRenderCamera(int window, const double* view, const double* projection,
-                                 const int* offscreenViewport, const int* onscreenViewport, int lightState,
-                                 const float* lightDirection);
+NIMBREL_API void setRenderCamera(int window, const double* view, const double* projection, const int* offscreenViewport,
+                                 const int* onscreenViewport, int lightState, const float* lightDirection);
 
 /**
  * Whether frames draw every node in the view, however small, reading those that are not loaded on the spot: slow, for
@@ -431,8 +430,7 @@ NIMBREL_API bool isNodeInFrustum(int id, const double* view, const double* proje
  * colour1, colour2, colour3   3 floats each, 0 to 1
  */
 NIMBREL_API void activateShader(const double* normal, const double* point, float blend, float offset, float shadDist,
-                                int repeat, bool hue, const float* colour1, const float* colour2,
-                                const float* colour3);
+                                int repeat, bool hue, const float* colour1, const float* colour2, const float* colour3);
 
 /**
  * Has the next frame write its clouds to a file, as they are before lighting: plain PPM, whose numbers are text, of the

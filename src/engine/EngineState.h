@@ -48,6 +48,12 @@ extern std::atomic<bool> processingAtomic; // a selection is under way; frames l
 // The first entry with this id, since ids can repeat; null if there is none. The caller holds mutex_.
 PointCloud* findCloud(int id);
 
+// Whether a buffer that an export needs is missing; the call then gives its neutral result.
+template <typename... Pointers>
+bool isAnyNull(Pointers... pointers) {
+    return (... || (pointers == nullptr));
+}
+
 // The frame of an export: runs body() and returns its result; no exception gets out of the library.
 template <typename Result, typename Body>
 Result guarded(Result neutral, Body body) noexcept {

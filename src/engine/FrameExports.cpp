@@ -43,6 +43,7 @@ static void followCamera(const Camera& camera) {
 
 void setCamera(int window, const double* view, const double* projection, const double* eye, double fovDegrees,
                int viewSize, bool waitForCache) {
+    if (isAnyNull(view, projection, eye)) return;
     guarded(0, [&] {
         Camera camera{window,
                       glm::make_mat4(view),
@@ -75,6 +76,7 @@ void setCamera(int window, const double* view, const double* projection, const d
 }
 
 bool isNodeInFrustum(int id, const double* view, const double* projection, int node) {
+    if (isAnyNull(view, projection)) return false;
     return withCloud(id, false, [=](PointCloud& cloud) {
         OPCInterface* found = cloud.getOPC().getNode(node);
         if (!found) return false;
@@ -87,6 +89,7 @@ bool isNodeInFrustum(int id, const double* view, const double* projection, int n
 
 void setRenderCamera(int window, const double* view, const double* projection, const int* offscreenViewport,
                      const int* onscreenViewport, int lightState, const float* lightDirection) {
+    if (isAnyNull(view, projection, offscreenViewport, onscreenViewport, lightDirection)) return;
     guarded(0, [&] {
         RenderCamera camera;
         camera.window = window;
@@ -154,6 +157,7 @@ void savePPMImage(const wchar_t* path) {
 
 void activateShader(const double* normal, const double* point, float blend, float offset, float shadDist, int repeat,
                     bool hue, const float* colour1, const float* colour2, const float* colour3) {
+    if (isAnyNull(normal, point, colour1, colour2, colour3)) return;
     guarded(0, [&] {
         const Shader armed{glm::vec4(glm::make_vec3(normal), 0.0F),
                            glm::vec4(glm::make_vec3(point), 1.0F),
@@ -173,6 +177,7 @@ void activateShader(const double* normal, const double* point, float blend, floa
 }
 
 void activateClipBox(const double* planes, const float* rgba, int mode) {
+    if (isAnyNull(planes, rgba)) return;
     guarded(0, [&] {
         // The host lists a face of each axis and then the opposite ones; here opposite faces follow each other.
         constexpr int HOST_FACE[] = {0, 3, 1, 4, 2, 5};
@@ -190,6 +195,7 @@ void activateClipBox(const double* planes, const float* rgba, int mode) {
 }
 
 void setLasClassifications(const unsigned char* table) {
+    if (isAnyNull(table)) return;
     guarded(0, [table] {
         {
             std::lock_guard lock(filterMutex);

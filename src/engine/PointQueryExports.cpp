@@ -41,6 +41,7 @@ static int closestTo(const glm::dmat4& matrix, const double* world, double* resu
 
 int findClosestPoint(NimbrelMatrix view, NimbrelMatrix projection, const int* viewport, int x, int y, double* result,
                      unsigned char* colour) {
+    if (isAnyNull(viewport, result, colour)) return -1;
     return guarded(-1, [&] {
         if (!renderer.findClosestCursorPoint(x, y, result)) return -1;
         const glm::dmat4 matrix = glm::make_mat4(projection.m) * glm::make_mat4(view.m);
@@ -52,6 +53,7 @@ int findClosestPoint(NimbrelMatrix view, NimbrelMatrix projection, const int* vi
 
 int findWorldPoint(NimbrelMatrix view, NimbrelMatrix projection, const double* world, double* result,
                    unsigned char* colour) {
+    if (isAnyNull(world, result, colour)) return -1;
     return guarded(-1, [&] {
         const glm::dmat4 matrix = glm::make_mat4(projection.m) * glm::make_mat4(view.m);
         return closestTo(matrix, world, result, colour);
@@ -68,6 +70,7 @@ int getWindowPointCount(int window) {
 }
 
 void getWindowPoints(int window, double* positions, char* colours, int64_t start, int64_t count) {
+    if (isAnyNull(positions, colours)) return;
     guarded(0, [=] {
         std::shared_lock lock(mutex_);
         PointListing listing{positions, colours, start, count};

@@ -147,6 +147,20 @@ TEST_F(CameraTest, SurvivesValuesThatAreNoCamera) {
     EXPECT_EQ(0, getWindowPointCount(-5));
 }
 
+TEST_F(CameraTest, PassesOverMissingBuffers) {
+    const int id = loadSmallCloud();
+    const double* camera = glm::value_ptr(projection);
+    setCamera(0, nullptr, camera, camera, 45, 100, true);
+    setRenderCamera(0, camera, camera, nullptr, nullptr, 0, nullptr);
+    EXPECT_FALSE(isNodeInFrustum(id, camera, nullptr, 0));
+    activateShader(nullptr, nullptr, 0, 0, 1, 0, false, nullptr, nullptr, nullptr);
+    activateClipBox(nullptr, nullptr, 0);
+    setLasClassifications(nullptr);
+    EXPECT_EQ(-1, findClosestPoint({}, {}, nullptr, 0, 0, nullptr, nullptr));
+    EXPECT_EQ(-1, findWorldPoint({}, {}, nullptr, nullptr, nullptr));
+    getWindowPoints(0, nullptr, nullptr, 0, 1);
+}
+
 // ---- Point queries
 
 TEST_F(CameraTest, FindsTheNearestPointToAPlace) {
