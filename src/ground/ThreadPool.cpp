@@ -17,8 +17,9 @@ ThreadPool::~ThreadPool() {
 }
 
 void ThreadPool::AddJob(std::function<void()> job, unsigned long long id) {
-    if (!accepting) return;
     std::lock_guard lock(queueMutex);
+    // Under the lock: whoever clears `accepting` and then ClearAll()s finds no job that got in between.
+    if (!accepting) return;
     if (id == 0) {
         queue.push_back(std::move(job));
         ++jobsLeft;
