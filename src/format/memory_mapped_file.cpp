@@ -13,6 +13,15 @@ namespace memory_mapped_file {
 namespace {
 constexpr uint64_t LARGEST_OFFSET = std::numeric_limits<off_t>::max();
 
+// A host that has closed its standard output would have our diagnostics written into the file that is opened next.
+int openBeyondStandardStreams(const char* path, int flags) {
+    const int handle = ::open(path, flags | O_CLOEXEC, 0644);
+    if (handle < 0 || handle > STDERR_FILENO) return handle;
+    const int moved = ::fcntl(handle, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    ::close(handle);
+    return moved;
+}
+
 // The file systems without space reservation get it by writing zeros.
 bool writeZeros(int handle, uint64_t offset, uint64_t size) {
     const std::vector<char> zeros(65536);
@@ -88,7 +97,7 @@ bool base_mmf::mapPages(uint64_t offsetIn, uint64_t size, int protection) {
 void read_only_mmf::open(const char* path, bool mapAll) {
     close();
     if (!path) return;
-    fileHandle = ::open(path, O_RDONLY | O_CLOEXEC);
+    fileHandle = openBeyondStandardStreams(path, O_RDONLY);
     fileSize = query_file_size_();
     if (mapAll) map(0, 0);
 }
@@ -103,14 +112,14 @@ void read_only_mmf::map(uint64_t offset, uint64_t size) {
 void writable_mmf::open(const char* path, mmf_exists_mode exists, mmf_doesnt_exist_mode absent) {
     close();
     if (!path) return;
-    int flags = O_RDWR | O_CLOEXEC;
+    int flags = O_RDWR;
     if (absent == if_doesnt_exist_create) flags |= O_CREAT;
     if (exists == if_exists_fail) {
         if (absent == if_doesnt_exist_fail) return;
         flags |= O_EXCL;
     }
     if (exists == if_exists_truncate) flags |= O_TRUNC;
-    fileHandle = ::open(path, flags, 0644);
+    fileHandle = openBeyondStandardStreams(path, flags);
     fileSize = query_file_size_();
     if (exists == if_exists_map_all && fileSize > 0) map(0, 0);
 }
