@@ -194,7 +194,7 @@ TEST(RoundTrip, SeveralInputsMakeOneCloud) {
 
 // ---- Real clouds
 
-class RealCloud : public testing::TestWithParam<const char*> {};
+class RealCloud : public testing::TestWithParam<std::string> {};
 
 TEST_P(RealCloud, ComesBack) {
     const std::string path = realCloud(GetParam());
