@@ -15,8 +15,9 @@
  *   attributes    5 bytes a point: red, green, blue, intensity, class (LAS numbers).
  *   ownership     every buffer belongs to the caller, and is used only during the call.
  *                 A null one that is not allowed for is treated like an unknown id.
- *   failure       quiet: a neutral result (0, false or -1), and outputs left untouched. nimbrelLastError says more where
- *                 the failure has a reason worth telling. No exception leaves the library, and no input ends the process.
+ *   failure       quiet: a neutral result (0, false or -1), and outputs left untouched. nimbrelLastError says more
+ *                 where the failure has a reason worth telling. No exception leaves the library, and no input ends the
+ *                 process.
  *   diagnostics   plain lines on standard output. A host that prints results there redirects it around the library.
  */
 #ifndef NIMBREL_ENGINE_H
@@ -66,7 +67,8 @@ NIMBREL_API const char* nimbrelVersion(void);
 
 /**
  * Why the last load, build or read of a node's points failed, in one line of UTF-8 without a file name; empty when none
- * did. Loading and createOPC clear it when they begin. The text is valid until the calling thread asks again. Any thread.
+ * did. Loading and createOPC clear it when they begin. The text is valid until the calling thread asks again. Any
+ * thread.
  */
 NIMBREL_API const char* nimbrelLastError(void);
 
@@ -80,8 +82,8 @@ NIMBREL_API const char* nimbrelLastError(void);
  * path  the file. The first to open a path gets it for writing where the system allows that; later ones read only.
  *
  * Returns the id, or -1: the engine is not armed, the file does not exist, is no regular file, is shorter than 124
- * bytes, or is damaged (its tree does not fit its header or the file). nimbrelLastError tells which. A node whose points
- * lie outside the file does not keep it from loading: that node is a failed read.
+ * bytes, or is damaged (its tree does not fit its header or the file). nimbrelLastError tells which. A node whose
+ * points lie outside the file does not keep it from loading: that node is a failed read.
  *
  * The id is the number of clouds that were open before, not a running number: after a cloud other than the last was
  * closed, the next load can get the id of a living cloud, and calls then reach the older of the two.
@@ -117,16 +119,18 @@ NIMBREL_API void setPointCloudPosition(int id, const double* matrix);
  * lodFactor                       level of detail, 30 after a load; more shows more points
  * colourMode                      what colours a point: 0, as after a load, intensity as grey; 2 intensity as hue; any
  *                                 other its colour
- * smoothing                       flag, 0 after a load: points are round, grow with nearness, and blend where they overlap
- * useLasColours                   flag, 0 after a load: the class's colour (setLasClassifications) in place of the point's
+ * smoothing                       flag, 0 after a load: points are round, grow with nearness, and blend where they
+ *                                 overlap
+ * useLasColours                   flag, 0 after a load: the class's colour (setLasClassifications) in place of the
+ *                                 point's
  * ignoreClipBox                   flag, 0 after a load: the clip box does not apply to this cloud
  * pointSize                       pixels, 2.0 after a load; with smoothing the size grows up to 200 pixels
  * pointRatio                      how fast it grows with smoothing, 5.0 after a load
  * red, green, blue                per cent added to the channels, 0.0 after a load
  * brightness, contrast            per cent, 0.0 after a load
  * opacity                         100.0 after a load; any other value makes the cloud transparent
- * range, strength                 of a transparent cloud: the depth over which it fades, 20.0 after a load, and what its
- *                                 colours are divided by, 2.0
+ * range, strength                 of a transparent cloud: the depth over which it fades, 20.0 after a load, and what
+ *                                 its colours are divided by, 2.0
  * resolution                      units to which places are rounded, 0.0 for none, as after a load
  *
  * The low byte of each flag counts.
@@ -136,7 +140,9 @@ NIMBREL_API void setPointCloudProperties(int id, int lodFactor, int colourMode, 
                                          float blue, float brightness, float contrast, float opacity, float range,
                                          float strength, float resolution);
 
-/** Tells every cloud that a host window is gone: nodes seen in no other window give up their points. Windows are 0 to 7. */
+/**
+ * Tells every cloud that a host window is gone: nodes seen in no other window give up their points. Windows are 0 to 7.
+ */
 NIMBREL_API void unregisterWindow(int window);
 
 /* ---- Queries: look into a loaded cloud without changing it ------------------------------------------------------
@@ -163,8 +169,8 @@ NIMBREL_API int getNodeCount(int id);
  * out  3 bytes a node, getNodeCount(id) nodes: the mask (bit 0: the low child exists, bit 1: the high child exists,
  *      bits 2 and 3: split on X or on Y, neither: on Z), then the point count, 16 bits, little-endian
  *
- * Boxes follow from the root's, which getOrigin gives: a split halves a box on its axis, at (minimum + maximum) * 0.5. A
- * point can lie outside its node's box by half the grid that the file was built with, 5 units at most.
+ * Boxes follow from the root's, which getOrigin gives: a split halves a box on its axis, at (minimum + maximum) * 0.5.
+ * A point can lie outside its node's box by half the grid that the file was built with, 5 units at most.
  */
 NIMBREL_API void getTreeStructure(int id, char* out);
 
@@ -225,8 +231,8 @@ NIMBREL_API int isProtected(int id);
  * Protects a file, or lifts the protection, and marks the header as changed.
  *
  * value1  not 0 to protect
- * value2  when the file expires, in seconds since 1970; 0 for never. It counts only on a protected file: past it, frames
- *         leave the cloud out
+ * value2  when the file expires, in seconds since 1970; 0 for never. It counts only on a protected file: past it,
+ *         frames leave the cloud out
  *
  * A file that is open for writing gets its header written back; one that is read-only changes in memory alone.
  */
@@ -360,9 +366,9 @@ NIMBREL_API bool closeTempCache(void);
  * what the other context held stays there until it is destroyed. Everything else here may be called from any thread. */
 
 /**
- * Tells where the camera of a window stands, and returns at once: nodes are looked for and loaded on worker threads, with
- * the values of this call and with the clip box as it is armed now. A camera that still waits is replaced by the next one
- * of its window, window 0 apart.
+ * Tells where the camera of a window stands, and returns at once: nodes are looked for and loaded on worker threads,
+ * with the values of this call and with the clip box as it is armed now. A camera that still waits is replaced by the
+ * next one of its window, window 0 apart.
  *
  * view, projection  matrices; the projection as OpenGL has it, depth from -1 to 1
  * eye               place of the camera in the world, 3 doubles
@@ -370,8 +376,8 @@ NIMBREL_API bool closeTempCache(void);
  * viewSize          height of the view in pixels
  * waitForCache      true: return when everything that this camera sees is loaded
  *
- * A node is seen when its bounding sphere meets the view, when it is not clipped away, and when the spacing of its points
- * is coarse enough on the screen; setPointCloudProperties's lodFactor shifts that last limit.
+ * A node is seen when its bounding sphere meets the view, when it is not clipped away, and when the spacing of its
+ * points is coarse enough on the screen; setPointCloudProperties's lodFactor shifts that last limit.
  */
 NIMBREL_API void setCamera(int window, const double* view, const double* projection, const double* eye,
                            double fovDegrees, int viewSize, bool waitForCache);
@@ -398,12 +404,12 @@ NIMBREL_API void setForceRender(bool force);
 
 /**
  * Draws a frame of all enabled clouds onto the framebuffer that is bound, whose depths it tests and writes, so that the
- * clouds and the host's own picture hide each other. Clears nothing of the host's. A cloud whose protection has ended is
- * not drawn.
+ * clouds and the host's own picture hide each other. Clears nothing of the host's. A cloud whose protection has ended
+ * is not drawn.
  *
- * Leaves the host's framebuffer bound, no program, vertex array or texture (units 0 and 1, 0 active), and no buffer bound
- * for vertices; blending and the scissor test off, the depth test on with GL_LESS, writing of colours and depths on; the
- * viewport at onscreenViewport, the clear colour at 0 and the clear depth at 1. No OpenGL error is left.
+ * Leaves the host's framebuffer bound, no program, vertex array or texture (units 0 and 1, 0 active), and no buffer
+ * bound for vertices; blending and the scissor test off, the depth test on with GL_LESS, writing of colours and depths
+ * on; the viewport at onscreenViewport, the clear colour at 0 and the clear depth at 1. No OpenGL error is left.
  *
  * Afterwards the clip box and the distance colouring are disarmed: a host that wants them arms them for each frame.
  * Nothing is drawn when the offscreen picture is empty or larger than the driver can make.
@@ -424,8 +430,8 @@ NIMBREL_API bool isNodeInFrustum(int id, const double* view, const double* proje
  * blend                       share of a point's own colour in the result, 0 to 1
  * offset                      distance that counts as 0
  * shadDist                    distance over which the colours run
- * repeat                      0: one run, the last colour beyond. 1: one run from 0 to shadDist, points outside keep their
- *                             own colour. 2: one run after the other, on both sides
+ * repeat                      0: one run, the last colour beyond. 1: one run from 0 to shadDist, points outside keep
+ *                             their own colour. 2: one run after the other, on both sides
  * hue                         true: a rainbow. False: from colour1 over colour2 to colour3
  * colour1, colour2, colour3   3 floats each, 0 to 1
  */
@@ -507,8 +513,8 @@ NIMBREL_API int findWorldPoint(NimbrelMatrix view, NimbrelMatrix projection, con
  * start      points to leave out at the beginning
  * count      points that the buffers have room for
  *
- * A count from getWindowPointCount can be out of date when nodes arrive or go meanwhile. What is beyond the last point is
- * left as it was. Any thread.
+ * A count from getWindowPointCount can be out of date when nodes arrive or go meanwhile. What is beyond the last point
+ * is left as it was. Any thread.
  */
 NIMBREL_API void getWindowPoints(int window, double* positions, char* colours, int64_t start, int64_t count);
 
