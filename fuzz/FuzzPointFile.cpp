@@ -2,10 +2,12 @@
 
 #include "engine/EngineState.h"
 #include "engine/PointCloud.h"
+#include "format/OPCHeader.h"
 #include "ground/Pools.h"
 #include "nimbrel/NimbrelEngine.h"
 #include "stream/OPC.h"
 #include "stream/OPCNode.h"
+#include "stream/ViewCriteria.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -57,6 +59,31 @@ void readEveryNode(int id) {
     getTreeStructure(id, structure.data());
 }
 
+// A model counts its nodes as points, and shows itself to a camera instead of loading.
+void lookAtModel(int id) {
+    PointCloud& cloud = *findCloud(id);
+    OPCInterface& root = *cloud.getOPC().getNode(0);
+    if (getPointCount(id) != getNodeCount(id) || cloud.getOPC().getNode(1)) std::abort();
+    std::vector<char> structure(3 * static_cast<size_t>(getNodeCount(id)));
+    getTreeStructure(id, structure.data());
+    double xyz[3];
+    char bytes[5];
+    getNodePoints(id, 0, xyz, bytes);
+    ViewCriteria view;
+    view.viewHeight = 100;
+    view.fov = 0.5F;
+    for (const double detail : {1e30, 100.0, 0.0}) {
+        view.lodFactor = detail;
+        root.checkVisibility(view, true);
+        view.window = 1 - view.window;
+    }
+    const double* box = root.getBoundingBox();
+    const NimbrelMatrix unit{{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1}};
+    double result[4] = {0, 0, 0, 1e300};
+    unsigned char colour[5];
+    findWorldPoint(unit, unit, box, result, colour);
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -68,7 +95,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         if (*nimbrelLastError() == '\0') std::abort(); // refused without a reason
         return 0;
     }
-    readEveryNode(id);
+    if (getVersion(id) == OPCHeader::VERSION_VOXEL) {
+        lookAtModel(id);
+    } else {
+        readEveryNode(id);
+    }
     for (int window = 0; window < 2; ++window) {
         std::queue<OPCInterface*> queue;
         for (queue.push(findCloud(id)->getOPC().getNode(0)); !queue.empty(); queue.pop()) {

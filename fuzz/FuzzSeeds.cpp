@@ -25,12 +25,15 @@ int main(int argc, char** argv) {
     strides.add({.mask = 5, .pointCount = 2, .stored = Bytes(22, 7), .stride = 11});
     strides.add({.mask = 4, .pointCount = 3, .stored = Bytes(51, 0x81), .stride = 17});
     PointFileMaker voxels(90);
-    voxels.reserved = 138;
-    voxels.add({});
-    const std::pair<const char*, PointFileMaker> seeds[] = {
-        {"fixed", smallCloud()}, {"stream", streamCloud()}, {"strides", strides}, {"voxels", voxels}};
-    for (const auto& [name, maker] : seeds) {
-        const Bytes bytes = maker.make();
+    voxels.nodeCount = 7;
+    const Bytes tree = {0x1F, 0x08}; // two nodes with both children, one with a lower and one with an upper alone
+    const Bytes colours = {10, 20, 0x3F, 30, 41, 0x51, 250, 0, 0xF1};
+    voxels.reserved = static_cast<int64_t>(124 + tree.size() + colours.size());
+    const std::pair<const char*, Bytes> seeds[] = {{"fixed", smallCloud().make()},
+                                                   {"stream", streamCloud().make()},
+                                                   {"strides", strides.make()},
+                                                   {"voxels", voxels.header() + tree + colours}};
+    for (const auto& [name, bytes] : seeds) {
         std::ofstream out(std::string(argv[1]) + "/" + name, std::ios::binary);
         out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
         if (!out) return 1;

@@ -16,13 +16,36 @@ std::string partPathOf(const std::string& output) {
     return output + ".part";
 }
 
+// What createOPC calls the forms.
+static int buildType(const CloudForm& form) {
+    if (form.isVoxel()) return form.withoutColours ? 3 : 2;
+    return form.compressed ? 1 : 0;
+}
+
+// A model needs some depth on every axis: a flat cloud becomes a voxel thick.
+static BoundsBox thickened(BoundsBox box, double voxelSize) {
+    for (size_t axis = 0; axis < 3; ++axis) {
+        if (box[axis] < box[axis + 3]) continue;
+        box[axis] -= voxelSize / 2.0;
+        box[axis + 3] += voxelSize / 2.0;
+    }
+    return box;
+}
+
 CloudBuild::CloudBuild(std::string outputPath, const CloudForm& cloudForm, const BoundsBox& box, uint64_t pointCount)
     : output(std::move(outputPath)), partPath(partPathOf(output)), form(cloudForm) {
-    const float unusedVoxelSize = 0.0F;
-    if (!createOPC(widePath(partPath).c_str(), box.data(), static_cast<int64_t>(pointCount), "nimbrel",
-                   form.compressed ? 1 : 0, unusedVoxelSize)) {
-        throw CommandFailure(output, "the engine refused to build: " + lastError());
-    }
+    begin(form.isVoxel() ? thickened(box, form.voxelSize) : box, pointCount);
+}
+
+// Taken for the answer of createOPC, which is false for a voxel model in any case.
+void CloudBuild::begin(const BoundsBox& box, uint64_t pointCount) const {
+    constexpr int32_t UNDER_WAY = 1;
+    createOPC(widePath(partPath).c_str(), box.data(), static_cast<int64_t>(pointCount), "nimbrel", buildType(form),
+              form.voxelSize);
+    NimbrelBuildReport report{};
+    nimbrelGetBuildReport(&report);
+    if (report.state == UNDER_WAY) return;
+    throw CommandFailure(output, "the engine refused to build: " + lastError());
 }
 
 CloudBuild::~CloudBuild() {

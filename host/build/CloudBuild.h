@@ -9,10 +9,15 @@
 
 // What the engine makes of the points.
 struct CloudForm {
-    bool compressed = false;    // version 18 instead of 17
-    double grid = 0.0001;       // units that points are rounded to
-    double noiseRadius = 0;     // 0 for no filter
-    double duplicateRadius = 0; // 0 for no filter
+    bool compressed = false;     // version 18 instead of 17
+    double grid = 0.0001;        // units that points are rounded to
+    double noiseRadius = 0;      // 0 for no filter
+    double duplicateRadius = 0;  // 0 for no filter
+    float voxelSize = 0;         // largest mean edge of a cell of a voxel model, version 90; 0 for a point file
+    bool withoutColours = false; // of a voxel model
+
+    [[nodiscard]] bool isVoxel() const { return voxelSize > 0.0F; }
+    [[nodiscard]] int version() const { return isVoxel() ? 90 : compressed ? 18 : 17; }
 };
 
 // One build through the engine into "OUTPUT.part", renamed to OUTPUT when it is whole. A build that does not get there
@@ -36,6 +41,7 @@ public:
 
 private:
     [[nodiscard]] std::string lastError() const;
+    void begin(const BoundsBox& box, uint64_t pointCount) const;
     void waitForIndex(Console& console) const;
 
     const std::string output;

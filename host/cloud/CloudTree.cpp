@@ -1,4 +1,5 @@
 #include "cloud/CloudTree.h"
+#include "cloud/OpenCloud.h"
 #include "support/Failure.h"
 
 #include <nimbrel/NimbrelEngine.h>
@@ -59,5 +60,6 @@ CloudTree CloudTree::ofCloud(int id, const std::string& path) {
     const int count = getNodeCount(id);
     std::vector<unsigned char> structure(count > 0 ? static_cast<size_t>(count) * NODE_BYTES : 0);
     getTreeStructure(id, reinterpret_cast<char*>(structure.data()));
+    if (getVersion(id) == OpenCloud::VOXEL_VERSION) structure.resize(NODE_BYTES);
     return {structure, path};
 }

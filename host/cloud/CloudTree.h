@@ -26,7 +26,7 @@ public:
     // names the file. A chain of any depth is no burden: nothing here is recursive.
     CloudTree(const std::vector<unsigned char>& structure, const std::string& path);
 
-    // The tree of an open cloud.
+    // The tree of an open cloud. A voxel model shows a single node.
     static CloudTree ofCloud(int id, const std::string& path);
 
     [[nodiscard]] const std::vector<Node>& nodes() const { return allNodes; }

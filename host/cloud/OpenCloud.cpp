@@ -6,6 +6,7 @@
 
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <system_error>
 
 // The two values of the header that no export hands out. docs/format.md has the layout.
@@ -14,6 +15,19 @@ static constexpr size_t POINT_COUNT_OFFSET = 12;
 static constexpr size_t SPACING_OFFSET = 92;
 static constexpr size_t INDEX_PARAMETER_OFFSET = 100;
 static constexpr double SPACING_STEPS = 10000.0; // to a unit
+
+// What stands in a voxel model, whose colours no export hands out either.
+static constexpr int64_t VOXEL_NODES_PER_BYTE = 4;
+static constexpr int64_t VOXEL_COLOUR_BYTES = 3;
+static constexpr int64_t LEAST_COLOUR_BYTES = 4; // the engine takes less for padding
+
+static int64_t voxelColoursAt(int64_t nodes) {
+    return static_cast<int64_t>(HEADER_SIZE) + (nodes + VOXEL_NODES_PER_BYTE - 1) / VOXEL_NODES_PER_BYTE;
+}
+
+bool CloudFacts::isVoxel() const {
+    return version == OpenCloud::VOXEL_VERSION;
+}
 
 template <typename T>
 static T headerValue(const std::array<char, HEADER_SIZE>& header, size_t offset) {
@@ -48,7 +62,30 @@ CloudFacts OpenCloud::facts() const {
     std::error_code error;
     const uintmax_t size = std::filesystem::file_size(path, error);
     if (!error) facts.fileSize = size;
+    if (facts.isVoxel()) {
+        facts.points = facts.pointsBuilt = 0; // the engine counts nodes there
+        const int64_t colours = getReserved(cloud) - voxelColoursAt(facts.nodes);
+        facts.voxelColours = colours >= LEAST_COLOUR_BYTES ? colours / VOXEL_COLOUR_BYTES : 0;
+    }
     return facts;
+}
+
+std::vector<unsigned char> OpenCloud::sampleVoxelColours(size_t most) const {
+    const CloudFacts all = facts();
+    const int64_t every = all.voxelColours / static_cast<int64_t>(most) + 1;
+    std::vector<unsigned char> result;
+    std::ifstream file(path, std::ios::binary);
+    for (int64_t cell = 0; cell < all.voxelColours; cell += every) {
+        std::array<unsigned char, VOXEL_COLOUR_BYTES> stored{};
+        file.seekg(voxelColoursAt(all.nodes) + cell * VOXEL_COLOUR_BYTES);
+        if (!file.read(reinterpret_cast<char*>(stored.data()), VOXEL_COLOUR_BYTES)) return {};
+        const auto blue = static_cast<unsigned char>(stored[2] & 0xF0U);
+        const auto intensity = static_cast<unsigned char>((stored[2] & 0x0FU) << 4);
+        for (const unsigned char value : {stored[0], stored[1], blue, intensity, static_cast<unsigned char>(0)}) {
+            result.push_back(value);
+        }
+    }
+    return result;
 }
 
 size_t OpenCloud::readNode(int node, PointBatch& batch) const {

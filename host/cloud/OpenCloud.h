@@ -5,23 +5,29 @@
 #include <array>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 // What a command tells about a file as a whole.
 struct CloudFacts {
     int version = 0;
     int nodes = 0;
-    int64_t points = 0;          // now in the file
+    int64_t points = 0;          // now in the file; 0 in a voxel model
     int64_t pointsBuilt = 0;     // when it was built
     std::array<double, 6> box{}; // smallest x, y, z, then largest
     double spacing = 0;          // of the points of the root, in units of the file
     double indexParameter = 0;   // as the build was told
     bool isProtected = false;
-    uint64_t fileSize = 0; // in bytes
+    uint64_t fileSize = 0;    // in bytes
+    int64_t voxelColours = 0; // cells of a voxel model with a stored colour
+
+    [[nodiscard]] bool isVoxel() const;
 };
 
-// A point file opened through the engine, closed with the object. Needs an EngineSession that outlives it.
+// A point file or voxel model opened through the engine, closed with the object. Needs an EngineSession that outlives it.
 class OpenCloud {
 public:
+    static constexpr int VOXEL_VERSION = 90;
+
     // Throws CommandFailure, which names the file.
     explicit OpenCloud(const std::string& path);
     ~OpenCloud();
@@ -32,8 +38,12 @@ public:
     [[nodiscard]] CloudFacts facts() const;
 
     // Replaces the contents of `batch` by the points of one node, and returns their number. Throws CommandFailure when
-    // they cannot be read.
+    // they cannot be read. Any thread.
     size_t readNode(int node, PointBatch& batch) const;
+
+    // Attributes like those of a point, 5 bytes each, of at most so many cells of a voxel model, spread over all of it.
+    // None if it has no colours or they cannot be read.
+    [[nodiscard]] std::vector<unsigned char> sampleVoxelColours(size_t most) const;
 
 private:
     const std::string path;

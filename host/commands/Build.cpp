@@ -110,13 +110,13 @@ static void printSummary(const BuildOptions& options, const Intake& intake, cons
     const uint64_t size = error ? 0 : found;
     const auto written = static_cast<uint64_t>(report.written);
     output.print(fmt::format("{}: version {}, {} nodes, {}, {:.2f} bytes a point\n", options.output,
-                             options.form.compressed ? 18 : 17, grouped(static_cast<uint64_t>(report.nodes)),
-                             byteSize(size), static_cast<double>(size) / static_cast<double>(written)));
+                             options.form.version(), grouped(static_cast<uint64_t>(report.nodes)), byteSize(size),
+                             static_cast<double>(size) / static_cast<double>(written)));
     const auto row = [&output](const char* what, uint64_t count) {
         output.print(fmt::format("  {:<36} {:>15} points\n", what, grouped(count)));
     };
     row("read", intake.read + intake.outside);
-    row("written", written);
+    row(options.form.isVoxel() ? "in voxels" : "written", written);
     const std::pair<const char*, uint64_t> losses[] = {
         {"passed over by the readers", intake.skipped},
         {"refused: outside the bounds", intake.outside + static_cast<uint64_t>(report.outside)},
@@ -158,21 +158,39 @@ static void runBuild(const BuildOptions& options, Host& host) {
     if (!host.console.isQuiet()) printSummary(options, intake, report, taken.count(), host.output);
 }
 
+static void addVoxelOptions(CLI::App& command, BuildOptions& options, const std::vector<CLI::Option*>& ofPointFiles) {
+    CLI::Option* voxel = command
+                             .add_option("--voxel", options.form.voxelSize,
+                                         "A voxel model instead of a point file: one colour for each occupied cell,\n"
+                                         "cells with a mean edge of at most SIZE and more than half of it")
+                             ->type_name("SIZE")
+                             ->check(numberFrom(0.0001, 1e6));
+    for (CLI::Option* other : ofPointFiles) voxel->excludes(other);
+    command.add_flag("--no-colour", options.form.withoutColours, "Leave the colours of a voxel model out")
+        ->needs(voxel);
+}
+
 static void addFormOptions(CLI::App& command, BuildOptions& options) {
-    command.add_flag("-c,--compressed", options.form.compressed,
-                     "Version 18: about 0.6 of the size; colours cut to 4 or 5 bits, classes to 4,\n"
-                     "one point a grid cell");
-    command.add_option("--grid", options.form.grid, "Grid that points are rounded to, in units of the file")
-        ->capture_default_str()
-        ->type_name("STEP")
-        ->check(numberFrom(0.0001, 10.0));
-    command.add_option("--noise", options.form.noiseRadius, "Drop points with fewer than 26 others nearer than this")
-        ->type_name("RADIUS")
-        ->check(numberFrom(0.0, 1.0));
-    command
-        .add_option("--duplicates", options.form.duplicateRadius, "Drop points nearer than this to one that is kept")
-        ->type_name("RADIUS")
-        ->check(numberFrom(0.0, 10.0));
+    CLI::Option* compressed =
+        command.add_flag("-c,--compressed", options.form.compressed,
+                         "Version 18: about 0.6 of the size; colours cut to 4 or 5 bits, classes to 4,\n"
+                         "one point a grid cell");
+    CLI::Option* grid =
+        command.add_option("--grid", options.form.grid, "Grid that points are rounded to, in units of the file")
+            ->capture_default_str()
+            ->type_name("STEP")
+            ->check(numberFrom(0.0001, 10.0));
+    CLI::Option* noise =
+        command
+            .add_option("--noise", options.form.noiseRadius, "Drop points with fewer than 26 others nearer than this")
+            ->type_name("RADIUS")
+            ->check(numberFrom(0.0, 1.0));
+    CLI::Option* duplicates = command
+                                  .add_option("--duplicates", options.form.duplicateRadius,
+                                              "Drop points nearer than this to one that is kept")
+                                  ->type_name("RADIUS")
+                                  ->check(numberFrom(0.0, 10.0));
+    addVoxelOptions(command, options, {compressed, grid, noise, duplicates});
     command.add_option("--bounds", options.bounds, "Take only points in this box, which becomes that of the cloud")
         ->type_name("MINX,MINY,MINZ,MAXX,MAXY,MAXZ")
         ->check(sixNumbers());
@@ -197,10 +215,11 @@ static void addReadingOptions(CLI::App& command, BuildOptions& options) {
 
 void addBuildCommand(CLI::App& program, Command& chosen) {
     const auto options = std::make_shared<BuildOptions>();
-    CLI::App* command = program.add_subcommand("build", "Build a point file from LAS, LAZ, PLY or text files");
+    CLI::App* command =
+        program.add_subcommand("build", "Build a point file or a voxel model from LAS, LAZ, PLY or text files");
     command->add_option("INPUT", options->inputs, "Files that make one cloud; - is standard input, text or PLY")
         ->required();
-    command->add_option("-o,--output", options->output, "The point file to write")->required()->type_name("FILE");
+    command->add_option("-o,--output", options->output, "The file to write")->required()->type_name("FILE");
     command->add_flag("-f,--force", options->force, "Replace the output if it exists, once the new one is whole");
     addFormOptions(*command, *options);
     addReadingOptions(*command, *options);
@@ -211,10 +230,13 @@ void addBuildCommand(CLI::App& program, Command& chosen) {
                     "as bytes unless a limit is given.\n\n"
                     "The filters look at the points of one leaf of the tree at a time, some 16,000, and leave a\n"
                     "cloud that fits into a single node as it is.\n\n"
+                    "A voxel model cuts the box of the points in halves across its longest side until the cells are\n"
+                    "small enough. For cubes give --bounds whose sides are SIZE times powers of two.\n\n"
                     "The output grows as OUTPUT.part, and has its name only when it is whole.\n\n"
                     "Examples:\n"
                     "  nimbrel build quarry.laz -o quarry.opc\n"
                     "  nimbrel build tiles/*.laz -o town.opc --compressed --duplicates 0.01\n"
+                    "  nimbrel build town.laz -o town.ovm --voxel 0.25\n"
                     "  zcat scan.xyz.gz | nimbrel build - -o scan.opc --columns x,y,z,intensity");
     command->callback([options, &chosen] { chosen = [options](Host& host) { runBuild(*options, host); }; });
 }

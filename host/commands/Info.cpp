@@ -2,6 +2,7 @@
 #include "cloud/EngineSession.h"
 #include "cloud/OpenCloud.h"
 #include "commands/Commands.h"
+#include "support/Failure.h"
 #include "support/Interrupt.h"
 #include "support/Text.h"
 
@@ -41,8 +42,9 @@ struct Figures {
 };
 } // namespace
 
-static const char* formOf(int version) {
-    return version == 18 ? "delta coded points" : "fixed size points";
+static const char* formOf(const CloudFacts& facts) {
+    if (facts.isVoxel()) return "voxel model";
+    return facts.version == 18 ? "delta coded points" : "fixed size points";
 }
 
 // JSON has no word for infinities and NaN, which a damaged header may hold.
@@ -71,7 +73,7 @@ static std::string describeAsJson(const std::string& file, const CloudFacts& fac
     picojson::object json;
     json["file"] = picojson::value(file);
     json["version"] = picojson::value(int64_t{facts.version});
-    json["form"] = picojson::value(formOf(facts.version));
+    json["form"] = picojson::value(formOf(facts));
     json["nodes"] = picojson::value(int64_t{facts.nodes});
     json["points"] = picojson::value(facts.points);
     json["pointsBuilt"] = picojson::value(facts.pointsBuilt);
@@ -84,7 +86,8 @@ static std::string describeAsJson(const std::string& file, const CloudFacts& fac
     json["fileSize"] = jsonNumber(facts.fileSize);
     json["bytesPerPoint"] = jsonNumber(figures.bytesPerPoint);
     json["density"] = jsonNumber(figures.density);
-    json["levels"] = picojson::value(jsonLevels(tree));
+    json["levels"] = picojson::value(facts.isVoxel() ? picojson::array() : jsonLevels(tree));
+    if (facts.isVoxel()) json["coloured"] = picojson::value(facts.voxelColours);
     return picojson::value(json).serialize(true);
 }
 
@@ -95,20 +98,28 @@ static void printFacts(const std::string& file, const CloudFacts& facts, Standar
     const auto row = [&text](const char* name, const std::string& value) {
         fmt::format_to(std::back_inserter(text), "  {:<10} {}\n", name, value);
     };
-    row("version", fmt::format("{}, {}", facts.version, formOf(facts.version)));
-    row("points", grouped(static_cast<uint64_t>(facts.points)));
+    row("version", fmt::format("{}, {}", facts.version, formOf(facts)));
+    if (facts.isVoxel()) {
+        row("colours", facts.voxelColours > 0 ? grouped(static_cast<uint64_t>(facts.voxelColours)) + ", one a cell"
+                                              : std::string("none"));
+    } else {
+        row("points", grouped(static_cast<uint64_t>(facts.points)));
+    }
     if (facts.pointsBuilt != facts.points) {
         row("built with", fmt::format("{} points", grouped(static_cast<uint64_t>(facts.pointsBuilt))));
     }
     row("nodes", grouped(static_cast<uint64_t>(facts.nodes)));
-    row("size", fmt::format("{}, {:.2f} bytes a point", byteSize(facts.fileSize), figures.bytesPerPoint));
+    row("size", byteSize(facts.fileSize) +
+                    (facts.isVoxel() ? "" : fmt::format(", {:.2f} bytes a point", figures.bytesPerPoint)));
     for (size_t axis = 0; axis < 3; ++axis) {
         const std::string name(1, "xyz"[axis]);
         row(name.c_str(),
             fmt::format("{:.12g} to {:.12g}, {:.6g} units", box[axis], box[axis + 3], box[axis + 3] - box[axis]));
     }
-    row("spacing", fmt::format("{} units between points of the root", facts.spacing));
-    row("density", fmt::format("{:.4g} points a square unit, seen from above", figures.density));
+    if (!facts.isVoxel()) {
+        row("spacing", fmt::format("{} units between points of the root", facts.spacing));
+        row("density", fmt::format("{:.4g} points a square unit, seen from above", figures.density));
+    }
     if (facts.isProtected) row("protected", "yes");
     output.print(text);
 }
@@ -148,13 +159,15 @@ static void runInfo(const InfoOptions& options, Host& host) {
     const OpenCloud cloud(options.file);
     const CloudFacts facts = cloud.facts();
     const CloudTree tree = CloudTree::ofCloud(cloud.id(), options.file);
+    if (options.tree && facts.isVoxel())
+        throw CommandFailure(options.file, "the nodes of a voxel model are not listed");
     if (options.json) {
         host.output.print(describeAsJson(options.file, facts, tree));
     } else if (options.tree) {
         printNodes(tree, options.depth, host.output);
     } else {
         printFacts(options.file, facts, host.output);
-        printLevels(tree, host.output);
+        if (!facts.isVoxel()) printLevels(tree, host.output);
     }
 }
 
@@ -171,7 +184,8 @@ void addInfoCommand(CLI::App& program, Command& chosen) {
         ->type_name("N")
         ->check(wholeNumberFrom(0, UINT32_MAX));
     command->footer("The JSON has file, version, form, nodes, points, pointsBuilt, bounds, spacing, indexParameter,\n"
-                    "protected, fileSize, bytesPerPoint, density and levels (level, nodes, points).\n\n"
+                    "protected, fileSize, bytesPerPoint, density and levels (level, nodes, points). Of a\n"
+                    "voxel model there is coloured, the number of cells with a colour, and levels is empty.\n\n"
                     "Example: nimbrel info town.opc --json");
     command->callback([options, &chosen] { chosen = [options](Host& host) { runInfo(*options, host); }; });
 }

@@ -134,6 +134,9 @@ static void runPoints(const PointsOptions& options, Host& host) {
     if (!toStandardOutput) checkOutput(options.output, {options.file}, options.force);
     const EngineSession session;
     const OpenCloud cloud(options.file);
+    if (cloud.facts().isVoxel()) {
+        throw CommandFailure(options.file, "is a voxel model and has no points to give; those it was built from do");
+    }
     try {
         std::unique_ptr<PointWriter> writer;
         if (toStandardOutput) {

@@ -188,8 +188,11 @@ static void runRender(const RenderOptions& options, Host& host) {
     const auto points = static_cast<uint64_t>(std::max(scene.loadedPoints(), 0));
     if (points == 0) host.console.note(options.output + ": no point is in the picture");
     if (host.console.isQuiet()) return;
-    host.output.print(fmt::format("{}: {}x{}, {} points, {} pixels each\n", options.output, size.width, size.height,
-                                  grouped(points), pointSize));
+    const bool isVoxel =
+        std::all_of(scene.clouds.begin(), scene.clouds.end(), [](const Scene::Cloud& cloud) { return cloud.isVoxel; });
+    const std::string drawn =
+        grouped(points) + (isVoxel ? " cells" : fmt::format(" points, {} pixels each", pointSize));
+    host.output.print(fmt::format("{}: {}x{}, {}\n", options.output, size.width, size.height, drawn));
 }
 
 static void addCameraOptions(CLI::App& command, const std::shared_ptr<RenderOptions>& options) {

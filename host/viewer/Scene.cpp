@@ -54,6 +54,7 @@ void Scene::placeCloud(Cloud& cloud) const {
     const CloudFacts facts = cloud.file->facts();
     cloud.box.include(toScene({facts.box[0], facts.box[1], facts.box[2]}));
     cloud.box.include(toScene({facts.box[3], facts.box[4], facts.box[5]}));
+    cloud.isVoxel = facts.isVoxel();
     cloud.spacing = estimateSpacing(cloud.box, facts.points);
     readSample(cloud);
 }
@@ -82,8 +83,13 @@ static PointBatch readCoarsest(const OpenCloud& file, const std::string& path) {
 }
 
 void Scene::readSample(Cloud& cloud) const {
-    PointBatch points = readCoarsest(*cloud.file, cloud.path);
-    const size_t count = points.size();
+    PointBatch points;
+    if (cloud.isVoxel) {
+        points.attributes = cloud.file->sampleVoxelColours(MOST_IN_SAMPLE);
+    } else {
+        points = readCoarsest(*cloud.file, cloud.path);
+    }
+    const size_t count = points.positions.size() / 3; // a voxel model gives attributes alone
     const size_t every = count / MOST_IN_SAMPLE + 1;
     for (size_t i = 0; i < count; i += every) {
         const double* position = &points.positions[i * 3];
@@ -91,7 +97,7 @@ void Scene::readSample(Cloud& cloud) const {
     }
     if (cloud.sample.empty()) addCorners(cloud.sample, cloud.box);
     std::vector<unsigned char> intensities;
-    for (size_t i = 0; i < count; ++i) intensities.push_back(points.attributes[i * 5 + 3]);
+    for (size_t i = 3; i < points.attributes.size(); i += 5) intensities.push_back(points.attributes[i]);
     cloud.intensity = chooseIntensityRange(intensities);
     cloud.bytes = std::move(points.attributes);
 }

@@ -30,6 +30,7 @@ public:
         std::string path;
         std::unique_ptr<OpenCloud> file;
         Box box;                          // in the space of the scene
+        bool isVoxel = false;             // a voxel model, drawn as boxes
         std::vector<glm::dvec3> sample;   // coarsest points, in the space of the scene; corners if there are none
         std::vector<unsigned char> bytes; // red, green, blue, intensity, class of each of them in the file
         IntensityRange intensity;

@@ -77,7 +77,8 @@ NIMBREL_API const char* nimbrelLastError(void);
  * exclusively; everything else shares it, so that calls from several threads may overlap. An unknown id does nothing. */
 
 /**
- * Opens a point file of version 17 or 18. Reads the header and the tree, not the points.
+ * Opens a point file of version 17 or 18, of which it reads the header and the tree, not the points; or a voxel model,
+ * version 90, which it reads whole.
  *
  * path  the file. The first to open a path gets it for writing where the system allows that; later ones read only.
  *
@@ -88,7 +89,8 @@ NIMBREL_API const char* nimbrelLastError(void);
  * The id is the number of clouds that were open before, not a running number: after a cloud other than the last was
  * closed, the next load can get the id of a living cloud, and calls then reach the older of the two.
  *
- * Cost: one read of the tree, and some 300 bytes of memory a node.
+ * Cost: one read of the tree, and some 300 bytes of memory a node; for a voxel model 7 bytes a node and the file's own
+ * size. Colours that a model lacks are a mid grey.
  */
 NIMBREL_API int loadPointCloudFile(const wchar_t* path);
 
@@ -142,6 +144,7 @@ NIMBREL_API void setPointCloudProperties(int id, int lodFactor, int colourMode, 
 
 /**
  * Tells every cloud that a host window is gone: nodes seen in no other window give up their points. Windows are 0 to 7.
+ * A voxel model takes no notice: it keeps the cells of its windows until no camera sees it any more.
  */
 NIMBREL_API void unregisterWindow(int window);
 
@@ -157,7 +160,10 @@ NIMBREL_API void unregisterWindow(int window);
  */
 NIMBREL_API void getBoundingBox(int id, double* out);
 
-/** Points now in the cloud; deletions lower it, while the header keeps the count of the build. Walks the tree. */
+/**
+ * Points now in the cloud; deletions lower it, while the header keeps the count of the build. Walks the tree. For a
+ * voxel model it is the number of nodes of the model that was opened last, whichever that is.
+ */
 NIMBREL_API int64_t getPointCount(int id);
 
 /** Nodes that the header announces. */
@@ -171,6 +177,9 @@ NIMBREL_API int getNodeCount(int id);
  *
  * Boxes follow from the root's, which getOrigin gives: a split halves a box on its axis, at (minimum + maximum) * 0.5.
  * A point can lie outside its node's box by half the grid that the file was built with, 5 units at most.
+ *
+ * A voxel model shows one node without children and with one point, whatever getNodeCount says; the rest of `out` is
+ * left as it was. getNodePoints gives zeros for that point.
  */
 NIMBREL_API void getTreeStructure(int id, char* out);
 
@@ -238,7 +247,7 @@ NIMBREL_API int isProtected(int id);
  */
 NIMBREL_API void setProtection(int id, int64_t value1, int64_t value2);
 
-/* ---- Building a point file --------------------------------------------------------------------------------------
+/* ---- Building a point file or a voxel model ---------------------------------------------------------------------
  * One build at a time: createOPC, addPoints as often as there are points, indexOPC, then poll until the stage is 0.
  * Safe to call from any thread; calls that change the build take turns. getOPCProgress and
  * nimbrelGetBuildReport never wait. Two files are written: the output, and the same name with ".scratch" while the
@@ -248,15 +257,19 @@ NIMBREL_API void setProtection(int id, int64_t value1, int64_t value2);
  * Begins a build, cancelling one that is under way.
  *
  * path        the file to make; an existing one is overwritten
- * box         holds every point; points outside are refused. It is widened by 0.01 on all sides
+ * box         holds every point; points outside are refused. That of a point file is widened by 0.01 on all sides;
+ *             that of a voxel model stays as it is, and must be wider than 0 on each axis for the file to open again
  * pointCount  points to come. The work files start at a size that suits it and grow when more come
  * key         as for initEngine
  * buildType   0: version 17, fixed size points, on a grid of 0.0001 units. 1: version 18, about 0.6 of the size,
- *             colours cut to 4 or 5 bits, classes to 4 bits, one point a grid cell
- * voxelSize   not used by these two
+ *             colours cut to 4 or 5 bits, classes to 4 bits, one point a grid cell. 2: version 90, a voxel model with
+ *             the mean colour of each occupied cell. 3 and above: a voxel model without colours
+ * voxelSize   of a voxel model, used by no other: the largest mean edge of a cell, above 0
  *
- * Returns false for a refused key. A file that can't be made is not reported here: every addPoints then refuses its
- * points, and nimbrelLastError says why.
+ * Returns false for a refused key, for a voxel size that is not above 0 or too small for the box (more than 2 to the
+ * power of 30 cells along an axis, or cells that doubles can't tell apart), and for every voxel model: its build has
+ * begun all the same when nimbrelGetBuildReport tells the state 1. A file that can't be made is not reported here:
+ * every addPoints then refuses its points, and nimbrelLastError says why.
  */
 NIMBREL_API bool createOPC(const wchar_t* path, const double* box, int64_t pointCount, const char* key, int buildType,
                            float voxelSize);
@@ -284,7 +297,8 @@ NIMBREL_API bool addPoints(const double* xyz, const unsigned char* attributes, i
  * indexParameter   stored in the header as it is
  *
  * Noise and duplicates are looked for among the points of one leaf of the tree, some 16,000, not across leaves. A
- * cloud that fits into a single node keeps all its points, unrounded and unfiltered.
+ * cloud that fits into a single node keeps all its points, unrounded and unfiltered. A voxel model knows no filters:
+ * of the four values it takes indexParameter alone.
  */
 NIMBREL_API void indexOPC(double noiseRadius, double filterSize, double duplicateRadius, double indexParameter);
 
@@ -445,7 +459,10 @@ NIMBREL_API void activateShader(const double* normal, const double* point, float
  */
 NIMBREL_API void savePPMImage(const wchar_t* path);
 
-/** Points that are loaded and that a window sees, over all enabled clouds. Not below a node that is not loaded. */
+/**
+ * Points that are loaded and that a window sees, over all enabled clouds, with the cells of voxel models that it sees.
+ * Not below a node that is not loaded.
+ */
 NIMBREL_API int getWindowPointCount(int window);
 
 /* ---- Filters ----------------------------------------------------------------------------------------------------
@@ -489,6 +506,9 @@ typedef struct NimbrelMatrix {
  *                             hold the pixel x, y (from the bottom) and depth
  * colour                      out: 5 bytes
  *
+ * A voxel model gives the centre of a cell, out of those that hold the place and have less than two children; it clips
+ * nothing, and leaves the fifth byte of `colour` as it was.
+ *
  * Returns the id of the cloud, or -1.
  */
 NIMBREL_API int findClosestPoint(NimbrelMatrix view, NimbrelMatrix projection, const int* viewport, int x, int y,
@@ -506,7 +526,7 @@ NIMBREL_API int findWorldPoint(NimbrelMatrix view, NimbrelMatrix projection, con
                                unsigned char* colour);
 
 /**
- * Lists points that are loaded and that a window sees, in the coordinates of the file.
+ * Lists points that are loaded and that a window sees, in the coordinates of the file. Cells of voxel models are none.
  *
  * positions  3 doubles a point
  * colours    5 bytes a point

@@ -1,6 +1,7 @@
 #include "build/OPCCreator.h"
 
 #include "build/PointFileBuild.h"
+#include "build/VoxelFileBuild.h"
 #include "ground/Log.h"
 
 namespace {
@@ -13,17 +14,8 @@ double clampTo(double value, double lowest, double highest) {
     return value < highest ? value : highest;
 }
 
-void copyCounters(const PointFileBuild& build, BuildReport& report) {
-    const BuildContext& counters = build.counters();
-    report.outside = counters.outside;
-    report.noRoom = counters.noRoom;
-    report.undividable = counters.undividable;
-    report.noise = counters.noise;
-    report.duplicates = counters.duplicates;
-    report.sameCell = counters.sameCell;
-    report.nodes = build.totalNodeCount();
-    report.written = build.totalPointCount();
-}
+constexpr int STREAM_TYPE = 1; // 0: fixed records
+constexpr int VOXEL_TYPE = 2;  // with colours; all above are without
 
 } // namespace
 
@@ -33,16 +25,30 @@ OPCCreator::~OPCCreator() {
     cancelOPC();
 }
 
+// Null, with the reason told, for what can't be built.
+std::unique_ptr<FileBuild> OPCCreator::makeBuild(const std::wstring& path, const std::array<double, 6>& box,
+                                                 int64_t pointCount, int buildType, float voxelSize) {
+    if (buildType < 0) {
+        setLastError("this build type is unknown");
+        return nullptr;
+    }
+    if (buildType < VOXEL_TYPE) {
+        return std::make_unique<PointFileBuild>(path, box, pointCount, buildType == STREAM_TYPE);
+    }
+    if (!VoxelFileBuild::isPossible(box, voxelSize)) {
+        setLastError("the voxel size is not positive, or the box can't be divided into voxels of it");
+        return nullptr;
+    }
+    return std::make_unique<VoxelFileBuild>(path, box, pointCount, voxelSize, buildType == VOXEL_TYPE);
+}
+
 bool OPCCreator::createOPC(const std::wstring& path, const std::array<double, 6>& box, int64_t pointCount,
-                           int buildType) {
+                           int buildType, float voxelSize) {
     std::unique_lock lock(mutex);
     cancelLocked(lock);
     setLastError("");
-    if (buildType != 0 && buildType != 1) {
-        setLastError("this build type is unknown");
-        return false;
-    }
-    root = std::make_unique<PointFileBuild>(path, box, pointCount, buildType == 1);
+    root = makeBuild(path, box, pointCount, buildType, voxelSize);
+    if (!root) return false;
     compiledCount = 0;
     addedCount = 0;
     offeredCount = 0;
@@ -51,17 +57,17 @@ bool OPCCreator::createOPC(const std::wstring& path, const std::array<double, 6>
     lastReport = {};
     lastReport.state = BuildReport::UNDER_WAY;
     counted = root.get();
-    return true;
+    return buildType < VOXEL_TYPE; // hosts know that a voxel build answers false although it has begun
 }
 
 bool OPCCreator::addPoints(const double* positions, const unsigned char* attributes, int count) {
     std::lock_guard lock(mutex);
     if (!root || isIndexing) return false;
     if (count <= 0) return true;
-    const int64_t noRoomBefore = root->counters().noRoom;
+    const int64_t noRoomBefore = root->noRoom();
     offeredCount += count;
     addedCount += root->addPoints(positions, attributes, count);
-    return root->counters().noRoom == noRoomBefore;
+    return root->noRoom() == noRoomBefore;
 }
 
 void OPCCreator::announceIndexing() {
@@ -119,7 +125,7 @@ void OPCCreator::cancelLocked(std::unique_lock<std::mutex>& lock) {
 void OPCCreator::endBuild(BuildReport::State state) {
     {
         std::lock_guard reportLock(reportMutex);
-        copyCounters(*root, lastReport);
+        root->copyCounters(lastReport);
         counted = nullptr;
     }
     root.reset();
@@ -139,6 +145,6 @@ BuildReport OPCCreator::report() const {
     std::lock_guard lock(reportMutex);
     BuildReport result = lastReport;
     result.offered = offeredCount;
-    if (counted) copyCounters(*counted, result);
+    if (counted) counted->copyCounters(result);
     return result;
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "build/FileBuild.h"
+
 #include <array>
 #include <atomic>
 #include <condition_variable>
@@ -8,16 +10,6 @@
 #include <mutex>
 #include <string>
 
-class PointFileBuild;
-
-// What became of the points of a build; the exported NimbrelBuildReport in the library's own terms.
-struct BuildReport {
-    enum State { NONE = 0, UNDER_WAY = 1, FINISHED = 2, FAILED = 3, CANCELLED = 4 };
-    State state = NONE;
-    int32_t nodes = 0;
-    int64_t offered = 0, outside = 0, noRoom = 0, undividable = 0, noise = 0, duplicates = 0, sameCell = 0, written = 0;
-};
-
 // Runs builds, one at a time: createOPC, addPoints, indexOPC, with progress meanwhile and cancelOPC at any time.
 // Every operation may be called from any thread; those that change the build take turns.
 class OPCCreator {
@@ -25,9 +17,13 @@ public:
     OPCCreator();
     ~OPCCreator();
 
-    // Begins a build of version 17 (`buildType` 0) or 18 (1), cancelling one that is under way. False when the type is
-    // not one of these; a file that can't be made shows in addPoints.
-    bool createOPC(const std::wstring& path, const std::array<double, 6>& box, int64_t pointCount, int buildType);
+    // Begins a build of version 17 (`buildType` 0) or 18 (1), or of a voxel model (2 with colours, above without),
+    // cancelling one that is under way. False when the type is not one of these, and for every voxel model: report()
+    // tells whether its build is under way. A file that can't be made shows in addPoints.
+    //
+    // voxelSize  of a voxel model alone: the largest mean edge of a cell
+    bool createOPC(const std::wstring& path, const std::array<double, 6>& box, int64_t pointCount, int buildType,
+                   float voxelSize = 0.0F);
 
     // False without a build, while it is indexed, or when the files could not take all points.
     bool addPoints(const double* positions, const unsigned char* attributes, int count);
@@ -47,12 +43,15 @@ public:
     [[nodiscard]] BuildReport report() const;
 
 private:
+    [[nodiscard]] static std::unique_ptr<FileBuild> makeBuild(const std::wstring& path,
+                                                              const std::array<double, 6>& box, int64_t pointCount,
+                                                              int buildType, float voxelSize);
     void endBuild(BuildReport::State state);
     void cancelLocked(std::unique_lock<std::mutex>& lock);
 
     std::mutex mutex;                     // guards `root` and `isIndexing`
     std::condition_variable indexingDone; // with `mutex`
-    std::unique_ptr<PointFileBuild> root; // null when no build runs
+    std::unique_ptr<FileBuild> root;      // null when no build runs
     bool isIndexing = false;              // indexOPC works on `root` without the lock
 
     std::atomic<int64_t> compiledCount{0};
@@ -60,7 +59,7 @@ private:
     std::atomic<int64_t> offeredCount{0};
     std::atomic<int64_t> stage{0};
 
-    mutable std::mutex reportMutex;          // guards the two below; innermost
-    const PointFileBuild* counted = nullptr; // the build whose counters are live, null once they are in lastReport
+    mutable std::mutex reportMutex;     // guards the two below; innermost
+    const FileBuild* counted = nullptr; // the build whose counters are live, null once they are in lastReport
     BuildReport lastReport;
 };

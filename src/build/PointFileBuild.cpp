@@ -121,3 +121,14 @@ bool PointFileBuild::writeNodeHeaders(int64_t nodes) {
     context.disk->seekPosition(endOfData);
     return context.disk->isSound();
 }
+
+void PointFileBuild::copyCounters(BuildReport& report) const {
+    report.outside = context.outside;
+    report.noRoom = context.noRoom;
+    report.undividable = context.undividable;
+    report.noise = context.noise;
+    report.duplicates = context.duplicates;
+    report.sameCell = context.sameCell;
+    report.nodes = nodesWritten;
+    report.written = pointsWritten;
+}

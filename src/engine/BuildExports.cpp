@@ -11,7 +11,7 @@
 // the neutral result.
 
 bool createOPC(const wchar_t* path, const double* box, int64_t pointCount, const char* key, int buildType,
-               float /*voxelSize*/) {
+               float voxelSize) {
     return guarded(false, [&] {
         if (!License::isValid(key)) {
             setLastError("the key is refused");
@@ -21,7 +21,7 @@ bool createOPC(const wchar_t* path, const double* box, int64_t pointCount, const
         if (!path || !box) return false;
         std::array<double, 6> bounds;
         std::copy_n(box, bounds.size(), bounds.begin());
-        return opcCreator.createOPC(path, bounds, pointCount, buildType);
+        return opcCreator.createOPC(path, bounds, pointCount, buildType, voxelSize);
     });
 }
 

@@ -4,6 +4,7 @@
 // that clouds far from the origin do not jitter.
 
 #include "format/PointRecord.h"
+#include "format/VoxelRecord.h"
 #include "render/OpenGLRenderer.h"
 #include "render/RendererResources.h"
 #include "stream/GPUBatch.h"
@@ -16,15 +17,7 @@
 
 namespace {
 
-// The vertex of a voxel: its centre, half its edges, its colour, and four bytes that carry nothing.
-struct VoxelVertex {
-    static constexpr size_t CENTRE = 0;
-    static constexpr size_t HALF_EDGE = CENTRE + 3 * sizeof(float);
-    static constexpr size_t COLOUR = HALF_EDGE + 3 * sizeof(float);
-    static constexpr size_t ATTRIBUTE = COLOUR + 4;
-    static constexpr int SIZE = 32;
-    static constexpr int CUBE_CORNERS = 36;
-};
+constexpr GLsizei CUBE_CORNERS = 36;
 
 void setAttribute(GLuint attribute, GLint components, GLenum type, GLboolean normalised, GLsizei stride,
                   size_t offset) {
@@ -152,7 +145,7 @@ void OpenGLRenderer::drawBuffer(const Walk& walk, OPCInterface& node, uint32_t b
         }
         glEnable(GL_CULL_FACE);
         glCullFace(GL_BACK);
-        glDrawArraysInstanced(GL_TRIANGLES, 0, VoxelVertex::CUBE_CORNERS, vertexCount);
+        glDrawArraysInstanced(GL_TRIANGLES, 0, CUBE_CORNERS, vertexCount);
         glDisable(GL_CULL_FACE);
     } else {
         setAttribute(PointProgram::POSITION, 3, GL_FLOAT, GL_FALSE, Vertex::SIZE, Vertex::POSITION);

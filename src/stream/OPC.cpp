@@ -5,10 +5,11 @@
 #include "format/PointRecord.h"
 #include "ground/Log.h"
 #include "stream/OPCNode.h"
+#include "stream/OVMNode.h"
 
+#include <algorithm>
 #include <cstring>
 #include <new>
-#include <stdexcept>
 
 OPC::OPC(std::shared_ptr<PointCloudFile> fileIn) : file(std::move(fileIn)), header(std::make_unique<OPCHeader>()) {
     try {
@@ -36,10 +37,11 @@ bool OPC::read() {
         setLastError("the header is not that of a point file");
         return false;
     }
-    if (header->version == OPCHeader::VERSION_VOXEL) {
-        throw std::runtime_error("voxel models can't be opened by this version");
+    if (header->version >= OPCHeader::VERSION_VOXEL) {
+        rootNode = std::make_unique<OVMNode>(file, *header);
+    } else {
+        rootNode = OPCNode::makeTree(file, *header);
     }
-    rootNode = OPCNode::makeTree(file, *header);
     rootNode->populateNodeTreeList(&nodes);
     return true;
 }
@@ -58,6 +60,11 @@ void OPC::getPoints(double* xyz, char* colour, int nodeIndex) const {
     OPCInterface* node = getNode(nodeIndex);
     if (!node) return;
     const auto count = static_cast<size_t>(node->getPointCount());
+    if (node->getVersion() == OPCHeader::VERSION_VOXEL) { // holds no points: zeros, without the corner
+        std::fill_n(xyz, 3 * count, 0.0);
+        std::fill_n(colour, ATTRIBUTE_BYTES * count, '\0');
+        return;
+    }
     std::vector<unsigned char> vertices(count * Vertex::SIZE);
     if (!node->loadPointDataToGPUFormat(vertices)) {
         setLastError("the points of node " + std::to_string(nodeIndex) + " can't be read");

@@ -24,15 +24,23 @@ OPCInterface::OPCInterface() : recordSize(NodeRecord::Fixed::SIZE), version(OPCH
 OPCInterface::~OPCInterface() = default;
 
 GPUBatch* OPCInterface::getGPUBatch(int /*window*/) {
-    std::lock_guard lock(detailMutex(this));
-    if (!gpuBatches) gpuBatches = std::make_unique<std::map<int, GPUBatch>>();
-    return &(*gpuBatches)[0];
+    return batchAt(0);
 }
 
 GPUBatch* OPCInterface::existingBatch(int /*window*/) {
+    return existingBatchAt(0);
+}
+
+GPUBatch* OPCInterface::batchAt(int key) {
+    std::lock_guard lock(detailMutex(this));
+    if (!gpuBatches) gpuBatches = std::make_unique<std::map<int, GPUBatch>>();
+    return &(*gpuBatches)[key];
+}
+
+GPUBatch* OPCInterface::existingBatchAt(int key) {
     std::lock_guard lock(detailMutex(this));
     if (!gpuBatches) return nullptr;
-    const auto entry = gpuBatches->find(0);
+    const auto entry = gpuBatches->find(key);
     return entry == gpuBatches->end() ? nullptr : &entry->second;
 }
 

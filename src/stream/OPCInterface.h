@@ -118,7 +118,7 @@ public:
     virtual bool loadPointDataToGPUFormat(std::span<unsigned char> out) = 0;
 
     // The node's batch, made on first use and there as long as the node. A point node has one for all windows, so
-    // that the window is ignored.
+    // that the window is ignored; a voxel model has one for each.
     virtual GPUBatch* getGPUBatch(int window);
 
     virtual uint8_t getBytesPerVertex() { return bytesPerVertex; }
@@ -152,6 +152,10 @@ public:
     virtual GPUBatch* existingBatch(int window);
 
 protected:
+    // The batch of a key, made on first use; and the same, null if it was not made.
+    GPUBatch* batchAt(int key);
+    GPUBatch* existingBatchAt(int key);
+
     // Sets the selection byte of each selected vertex in `vertices`; those of the others stay.
     void markSelected(std::span<unsigned char> vertices);
 

@@ -10,27 +10,12 @@
 #include "stream/ViewCriteria.h"
 
 #include <algorithm>
-#include <cmath>
 #include <utility>
 
 namespace {
 
 // The spacing of a node's points is taken as its mean side over this, as the builder lays them out.
 constexpr float POINTS_PER_SIDE = 75.0F;
-
-// The size of a pixel at distance 1.
-double pixelSlope(const ViewCriteria& view) {
-    return 2.0 * std::tan(double{view.fov} * 0.5) / view.viewHeight;
-}
-
-float distance32(const double* centre, const glm::dvec4& eye) {
-    float squares = 0.0F;
-    for (int axis = 0; axis < 3; ++axis) {
-        const float difference = static_cast<float>(centre[axis]) - static_cast<float>(eye[axis]);
-        squares += difference * difference;
-    }
-    return std::sqrt(squares);
-}
 
 bool isCoarse(const double* box, const double* centre, const ViewCriteria& view, double slope) {
     const double sides = (box[3] - box[0]) + (box[4] - box[1]) + (box[5] - box[2]);

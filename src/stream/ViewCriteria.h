@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cmath>
 #include <functional>
 #include <glm/vec4.hpp>
 
@@ -17,3 +18,18 @@ struct ViewCriteria {
     // to a folder above this one.
     std::function<bool(const double* centre, double radius)> clips{};
 };
+
+// The size of a pixel at distance 1.
+inline double pixelSlope(const ViewCriteria& view) {
+    return 2.0 * std::tan(double{view.fov} * 0.5) / view.viewHeight;
+}
+
+// In 32-bit floats, which the level of detail of every scene rests on.
+inline float distance32(const double* centre, const glm::dvec4& eye) {
+    float squares = 0.0F;
+    for (int axis = 0; axis < 3; ++axis) {
+        const float difference = static_cast<float>(centre[axis]) - static_cast<float>(eye[axis]);
+        squares += difference * difference;
+    }
+    return std::sqrt(squares);
+}

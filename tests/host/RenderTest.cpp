@@ -79,7 +79,7 @@ protected:
     }
 
     TemporaryFolder folder;
-    const std::string cloud = folder.file("points.opc");
+    std::string cloud = folder.file("points.opc");
     const std::string picture = folder.file("picture.png");
 };
 } // namespace
@@ -118,6 +118,47 @@ TEST_F(Render, LeavesOutWhatIsClipped) {
     expectPixel(drawn, 150, 100, {0, 255, 0}, "inside");
     expectPixel(drawn, 50, 150, BACKGROUND, "outside");
     expectPixel(drawn, 175, 125, BACKGROUND, "outside");
+}
+
+// Cubes of 1, whose nearer faces stand 9 in front of the camera: 11.1 pixels. A point on a cube's face belongs below.
+TEST_F(Render, DrawsAVoxelModel) {
+    const std::string input = folder.file("points.xyz");
+    const std::string coloured = folder.file("coloured.ovm");
+    const std::vector<std::string> build{
+        "build", input, "-o", coloured, "-q", "--bounds", "499992,5399992,92,500008,5400008,108", "--voxel", "1"};
+    ASSERT_EQ(0, runNimbrel(build).status);
+    cloud = coloured;
+    const Picture drawn = draw({});
+    expectPixel(drawn, 95, 105, {255, 0, 0}, "in the middle");
+    expectPixel(drawn, 150, 105, {0, 255, 0}, "5 to the right");
+    expectPixel(drawn, 95, 50, {0, 0, 240}, "5 up, without the low bits of blue");
+    expectPixel(drawn, 40, 160, {255, 255, 0}, "5 to the left and down");
+    expectPixel(drawn, 105, 105, BACKGROUND, "beside the middle");
+    expectPixel(draw({"--colour", "intensity"}), 95, 105, {179, 179, 179},
+                "intensity, of four bits, spread like that of points");
+    expectPixel(draw({"--lod", "1"}), 95, 105, BACKGROUND, "too small for so little detail");
+    const RunResult info = runNimbrel({"info", coloured});
+    EXPECT_NE(std::string::npos, info.out.find("voxel model")) << info.out;
+    EXPECT_NE(std::string::npos, info.out.find("colours    4, one a cell")) << info.out;
+    EXPECT_NE(std::string::npos, runNimbrel({"info", "--json", coloured}).out.find("\"coloured\": 4"));
+
+    const std::string plain = folder.file("plain.ovm");
+    ASSERT_EQ(0, runNimbrel({"build", input, "-o", plain, "--voxel", "1", "--no-colour"}).status);
+    EXPECT_NE(std::string::npos, runNimbrel({"info", plain}).out.find("colours    none"));
+    const std::tuple<int, const char*, std::vector<std::string>> refused[] = {
+        {1, "no points to give", {"points", coloured, "-o", "-"}},
+        {1, "not listed", {"info", coloured, "--tree"}},
+        {1, "voxel size", {"build", input, "-o", "x.ovm", "--voxel", "0.0001", "--bounds", "0,0,0,1e9,1e9,1e9"}},
+        {2, "--voxel", {"build", input, "-o", "x.ovm", "--voxel", "0"}},
+        {2, "--no-colour", {"build", input, "-o", "x.ovm", "--no-colour"}},
+        {2, "--compressed", {"build", input, "-o", "x.ovm", "--voxel", "1", "-c"}},
+    };
+    for (const auto& [status, part, arguments] : refused) {
+        const RunResult result = runNimbrel(arguments);
+        EXPECT_EQ(status, result.status) << part;
+        EXPECT_NE(std::string::npos, result.err.find(part)) << result.err;
+        EXPECT_FALSE(std::filesystem::exists("x.ovm.part"));
+    }
 }
 
 TEST_F(Render, SmoothPointsAreRound) {

@@ -247,34 +247,3 @@ TEST_F(FrameTest, GoesOnWhileEverythingElseChanges) {
     freshFrame();
     EXPECT_EQ((Places{{5, 5}}), picture->drawn());
 }
-
-// Cubes around two places; the nearer face of each hides the rest. The vertices are put where a voxel model's would be.
-TEST_F(FrameTest, DrawsVoxelsAsCubes) {
-    load({{5, 5}});
-    look();
-    OPCInterface& root = *pointClouds[0]->getOPC().getRootNode();
-    auto vertices = std::make_unique<unsigned char[]>(64);
-    const float voxels[2][6] = {{1.0F, 1.0F, 1.0F, 0.2F, 0.1F, 0.5F}, {6.0F, 3.0F, 1.0F, 0.1F, 0.1F, 0.1F}};
-    const unsigned char colours[2][4] = {{255, 0, 0, 240}, {0, 0, 255, 240}};
-    for (size_t i = 0; i < 2; ++i) {
-        std::memcpy(&vertices[32 * i], voxels[i], sizeof(voxels[i]));
-        std::memcpy(&vertices[32 * i + 24], colours[i], sizeof(colours[i]));
-    }
-    root.getGPUBatch(0)->fill(std::move(vertices), 64);
-    DrawnCloud cloud = pointClouds[0]->drawn();
-    cloud.version = 90;
-    cloud.properties.smoothing = 1;
-    cloud.properties.opacity = 50.0F;
-    EXPECT_FALSE(cloud.needsBlending());
-    picture->clear();
-    ASSERT_TRUE(renderer.setupTexture(offscreen, projection, false));
-    renderer.configureRenderPass(OpenGLRenderer::PLAIN);
-    renderer.render({0, view, projection, {}, 0, true}, cloud, {}, {});
-    renderer.renderTexture(onscreen, 0, {});
-    EXPECT_EQ(static_cast<GLenum>(GL_NO_ERROR), glGetError());
-    EXPECT_EQ(4U * 2U + 2U * 2U, picture->drawn().size());
-    EXPECT_EQ((Pixel{255, 0, 0}), picture->at(8, 9));
-    EXPECT_EQ((Pixel{0, 0, 255}), picture->at(60, 30));
-    EXPECT_NEAR(9.5F / 20.0F, picture->depthAt(8, 9), 1e-6F) << "the upper face";
-    EXPECT_FALSE(glIsEnabled(GL_CULL_FACE));
-}

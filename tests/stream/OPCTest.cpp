@@ -148,8 +148,6 @@ TEST(OPC, RefusesDamagedFilesWithAReason) {
         {"negative count", [](PointFileMaker& m) { m.nodes[1].pointCount = -1; }, "the tree has a damaged record"},
         {"negative original count", [](PointFileMaker& m) { m.nodes[1].originalCount = -2; },
          "the tree has a damaged record"},
-        {"voxel model", [](PointFileMaker& m) { m.version = 90, m.reserved = 140; },
-         "voxel models can't be opened by this version"},
     };
     for (const auto& [name, damage, reason] : cases) {
         const TempDir dir;
