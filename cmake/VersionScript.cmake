@@ -4,7 +4,7 @@ function(nimbrel_version_script header script)
     file(STRINGS ${header} lines REGEX "^NIMBREL_API ")
     set(names "")
     foreach(line IN LISTS lines)
-        if(line MATCHES "^NIMBREL_API extern [a-z0-9_]+ ([A-Za-z0-9_, ]+)$") # variables; the ; ends the list element
+        if(line MATCHES "^NIMBREL_API extern [a-z0-9_]+ ([A-Za-z0-9_, ]+);$") # variables
             string(REPLACE ", " ";" variables "${CMAKE_MATCH_1}")
             list(APPEND names ${variables})
         elseif(line MATCHES "([A-Za-z0-9_]+)\\(")

@@ -16,7 +16,6 @@
 static constexpr int DONE = 0;
 static constexpr int FAILED = 1;
 static constexpr int WRONG_USAGE = 2;
-static constexpr int INTERRUPTED = 128; // plus the number of the signal, as shells have it
 
 namespace {
 struct Switches {
@@ -36,7 +35,8 @@ static void describeProgram(CLI::App& program) {
                    "  nimbrel info town.opc                  tell about it\n"
                    "  nimbrel view town.opc                  look at it in a window\n"
                    "  nimbrel render town.opc -o town.png    or draw it into a picture\n"
-                   "  nimbrel points town.opc -o back.las    get the points back\n\n"
+                   "  nimbrel points town.opc -o back.las    get the points back\n"
+                   "  nimbrel export town.opc -o town.obj    make a model of cubes of it\n\n"
                    "'nimbrel COMMAND --help' tells more. Exit status: 0 done, 1 failed, 2 wrong usage,\n"
                    "128 + N ended by signal N (130 for Ctrl-C; unfinished files are removed).");
 }
@@ -73,6 +73,7 @@ static int parseAndRun(int argc, const char* const* argv, Host& host) {
     Switches switches;
     describeProgram(program);
     addBuildCommand(program, chosen);
+    addExportCommand(program, chosen);
     addInfoCommand(program, chosen);
     addPointsCommand(program, chosen);
     addRenderCommand(program, chosen);
@@ -114,8 +115,8 @@ int runCommandLine(int argc, const char* const* argv) {
     watchInterrupts();
     try {
         return runToEnd(argc, argv, host);
-    } catch (const Interrupted& interruption) {
+    } catch (const Interrupted&) {
         host.console.error("interrupted");
-        return INTERRUPTED + interruption.signal;
+        return exitStatusOfInterrupt();
     }
 }

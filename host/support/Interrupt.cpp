@@ -44,3 +44,9 @@ bool isInterrupted() {
 void checkInterrupt() {
     if (const int signal = caughtSignal) throw Interrupted{signal};
 }
+
+int exitStatusOfInterrupt() {
+    constexpr int ENDED_BY_SIGNAL = 128;
+    const int signal = caughtSignal;
+    return signal == 0 ? 0 : ENDED_BY_SIGNAL + signal;
+}

@@ -20,3 +20,6 @@ bool isInterrupted();
 
 // Throws Interrupted if a signal came. Any thread.
 void checkInterrupt();
+
+// The status that shells give to a process that the signal ended; 0 without one. Any thread.
+int exitStatusOfInterrupt();

@@ -179,7 +179,7 @@ NIMBREL_API int getNodeCount(int id);
  * A point can lie outside its node's box by half the grid that the file was built with, 5 units at most.
  *
  * A voxel model shows one node without children and with one point, whatever getNodeCount says; the rest of `out` is
- * left as it was. getNodePoints gives zeros for that point.
+ * left as it was. getNodePoints gives zeros for that point. Exporting does nothing there.
  */
 NIMBREL_API void getTreeStructure(int id, char* out);
 
@@ -538,6 +538,74 @@ NIMBREL_API int findWorldPoint(NimbrelMatrix view, NimbrelMatrix projection, con
  */
 NIMBREL_API void getWindowPoints(int window, double* positions, char* colours, int64_t start, int64_t count);
 
+/* ---- Voxel models -----------------------------------------------------------------------------------------------
+ * A cloud as a model of cubes, for programs that know no points: its points are counted in the cells of a regular grid,
+ * and each cell with at least 11 points becomes a cube, or a block. One export at a time; the progress may be asked for
+ * on any
+ * thread meanwhile. */
+
+/**
+ * Writes a cloud as a model file, on the calling thread; points are binned on as many as there are cores. The stored
+ * points count, in the coordinates of the file: neither placement, filters nor what is loaded makes a difference.
+ * Clouds can be opened meanwhile, but not closed, until the points are read.
+ *
+ * format        0: OBJ, with a material (.mtl) and a texture (.png) beside it, named as `path` up to the first point of
+ *               its name and with underscores for blanks. 1: a schematic of blocks, uncompressed NBT. Any other: STL as
+ *               text, for which 2 should be used; others leave voxelStageLimit at 0 meanwhile
+ * path          the file; it and its companions are replaced if they exist
+ * useIntensity  schematics: blocks by intensity, not colour. The low byte counts
+ * voxelSize     side of a cell in scaled units, taken to 0.01 to 1000; NaN counts as 0.01
+ * scale         what coordinates are multiplied by, 1 for none
+ *
+ * OBJ: 8 corners, a texture coordinate and 12 triangles a cube, with X, Z and -Y as the coordinates. The texture has a
+ * texel a cube, the mean colour of its points. STL: 12 facets a cube, in X, Y and Z. Both keep six significant digits,
+ * and put a cube half a cell nearer to the origin of the grid than its cell. Schematic: a block for each cell of the
+ * whole grid, air where there is no cube; Width is X, Height is Z, and Length is Y from its far end. The sizes are
+ * written as they come, cut to 16 bits, and to 32 for the size of an array: beyond 32767 cells a side or 2147483647 in
+ * all other programs can't read it.
+ *
+ * A point on the far face of a box whose side is a whole number of cells is counted in the first cell of the next row,
+ * as it always was. Sums of colours wrap around from some 8 million points a cell on.
+ *
+ * Nothing is reported but through nimbrelGetVoxelReport and nimbrelLastError, which the call clears when it begins. A
+ * path that can't be opened leaves no file; on a full disk the file ends where it was full; an unknown id gives a model
+ * of nothing, an OBJ without a texture among them. A node that can't be read is left out.
+ *
+ * Memory: some 80 bytes a cell that holds points, whatever the size of the grid.
+ */
+NIMBREL_API void exportVoxelModel(int id, int format, const wchar_t* path, int useIntensity, double voxelSize,
+                                  double scale);
+
+/**
+ * How far the export is, from 0 to 1 over all its stages: reading the points, then what the format writes; 2 while
+ * there is no export, so that one that is finished reads 2 and not 1. Any thread.
+ *
+ * It stands still while an OBJ's texture coordinates (at 0.5) and triangles (at 0.75) are written, and at 1 while STL
+ * is. A schematic's file holds at any time at least the cells that are counted.
+ */
+NIMBREL_API float getVoxelProgress(void);
+
+/**
+ * What getVoxelProgress is made of: stages of the export, stages that are over, steps of the stage that runs, steps
+ * done. 1 each without an export. Another thread changes them at any time; a host that reads them itself uses atomic
+ * reads.
+ */
+NIMBREL_API extern int32_t voxelStageLimit, voxelStageCount, voxelProgressLimit, voxelProgressCount;
+
+/** What became of an export. */
+typedef struct NimbrelVoxelReport {
+    int32_t state;       /* 0 no export yet, 1 under way, 2 finished, 3 failed (see nimbrelLastError) */
+    int32_t unreadNodes; /* nodes whose points could not be read and are missing */
+    int64_t points;      /* points that were counted in cells */
+    int64_t cells;       /* cells that hold points */
+    int64_t cubes;       /* cells that hold enough of them to be in the model */
+    int64_t sizeX;       /* cells of the grid along each axis */
+    int64_t sizeY;
+    int64_t sizeZ;
+} NimbrelVoxelReport;
+
+/** Copies what is known of the current or last export to `out`. Any thread, any time. */
+NIMBREL_API void nimbrelGetVoxelReport(NimbrelVoxelReport* out);
 /* ---- Load notification ------------------------------------------------------------------------------------------ */
 
 /**

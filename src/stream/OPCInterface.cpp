@@ -76,6 +76,8 @@ double OPCInterface::getFilter() {
     return filterScaled / NodeRecord::FILTER_SCALE;
 }
 
+void OPCInterface::getVoxelData(VoxelMap* /*map*/, const ModelGrid& /*grid*/, std::atomic<int32_t>* /*progress*/) {}
+
 void OPCInterface::forgetBuffers() {
     std::vector<GPUBatch*> batches; // stay where they are as long as their node
     walkNodes(*this, [&batches](OPCInterface& node) {

@@ -15,6 +15,8 @@ class ClipBox;
 class GPUBatch;
 class PointCloudFile;
 class ThreadPool;
+class VoxelMap;
+struct ModelGrid;
 struct ViewCriteria;
 
 // A part of a list that goes over many nodes and clouds: what to leave out at its start, and what was done so far.
@@ -34,6 +36,18 @@ struct PointListing {
 // the tree is made and may be read by any thread from then on; what changes later is atomic or names its mutex.
 class OPCInterface {
 public:
+    // What a cell of a grid holds: where it lies, and the sums over its points.
+    struct Voxel {
+        int64_t cellX; // of the point that made the record
+        int64_t cellY;
+        int64_t cellZ;
+        int32_t sumRed; // these wrap around
+        int32_t sumGreen;
+        int32_t sumBlue;
+        int32_t sumIntensity;
+        int32_t pointCount;
+    };
+
     OPCInterface();
     virtual ~OPCInterface();
     OPCInterface(const OPCInterface&) = delete;
@@ -144,6 +158,10 @@ public:
 
     // Appends the GPU buffer names of the subtree, for the render thread to delete.
     void getVBODeleteData(std::vector<int>* out);
+
+    // Adds the stored points of the subtree to the cells of a grid, and 1 to `progress` for each node, also one whose
+    // points can't be read. Returns when all is done. For the root; other kinds of nodes have no points to add.
+    virtual void getVoxelData(VoxelMap* map, const ModelGrid& grid, std::atomic<int32_t>* progress);
 
     // Forgets the GPU buffers of the subtree without deleting them, because their context is gone.
     void forgetBuffers();

@@ -43,6 +43,7 @@ public:
     ThreadPool& getDiskThreadPool() override;
     bool loadPointDataToGPUFormat(std::span<unsigned char> out) override;
     void cache(int window, std::queue<OPCInterface*>* queue) override;
+    void getVoxelData(VoxelMap* map, const ModelGrid& grid, std::atomic<int32_t>* progress) override;
 
     // Marks the node as visible in a window, as the visibility pass does. Windows beyond 7 have no bit.
     void setVisible(int window);

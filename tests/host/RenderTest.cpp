@@ -147,6 +147,7 @@ TEST_F(Render, DrawsAVoxelModel) {
     EXPECT_NE(std::string::npos, runNimbrel({"info", plain}).out.find("colours    none"));
     const std::tuple<int, const char*, std::vector<std::string>> refused[] = {
         {1, "no points to give", {"points", coloured, "-o", "-"}},
+        {1, "no points to export", {"export", coloured, "-o", "x.stl"}},
         {1, "not listed", {"info", coloured, "--tree"}},
         {1, "voxel size", {"build", input, "-o", "x.ovm", "--voxel", "0.0001", "--bounds", "0,0,0,1e9,1e9,1e9"}},
         {2, "--voxel", {"build", input, "-o", "x.ovm", "--voxel", "0"}},
