@@ -179,7 +179,7 @@ NIMBREL_API int getNodeCount(int id);
  * A point can lie outside its node's box by half the grid that the file was built with, 5 units at most.
  *
  * A voxel model shows one node without children and with one point, whatever getNodeCount says; the rest of `out` is
- * left as it was. getNodePoints gives zeros for that point. Exporting does nothing there.
+ * left as it was. getNodePoints gives zeros for that point. Selecting and exporting do nothing there.
  */
 NIMBREL_API void getTreeStructure(int id, char* out);
 
@@ -465,6 +465,11 @@ NIMBREL_API void savePPMImage(const wchar_t* path);
  */
 NIMBREL_API int getWindowPointCount(int window);
 
+/** A matrix passed by value. */
+typedef struct NimbrelMatrix {
+    double m[16];
+} NimbrelMatrix;
+
 /* ---- Filters ----------------------------------------------------------------------------------------------------
  * Callable from any thread, but not while an operation that uses them runs. */
 
@@ -487,13 +492,115 @@ NIMBREL_API void activateClipBox(const double* planes, const float* rgba, int mo
  */
 NIMBREL_API void setLasClassifications(const unsigned char* table);
 
+/**
+ * Arms a match for the next selection: only points near a target are taken.
+ *
+ * matchColour, matchIntensity         what to compare; neither disarms, and nothing else is then looked at
+ * target                              5 bytes: red, green, blue, intensity, and one that is not compared
+ * colourTolerance, intensityTolerance  largest difference of each channel, in units of 5 steps of 255; equal passes
+ */
+NIMBREL_API void activateMatch(bool matchColour, bool matchIntensity, const unsigned char* target,
+                               float colourTolerance, float intensityTolerance);
+
+/**
+ * Arms painting with a colour: the next selection by a volume or on the screen paints points and selects none.
+ *
+ * rgb       3 bytes
+ * coverage  per cent of the points to paint: of each hundred in a row the last ones. The count runs on from one stroke
+ *           to the next; at 100 every point is painted
+ * strength  per cent of the colour to mix in. The arithmetic is in 32-bit float and cuts off: 0 still lowers some
+ *           channels by 1
+ *
+ * Files of version 18 keep the upper 5 bits of red and green and the upper 4 of blue.
+ */
+NIMBREL_API void activateColourProcess(const unsigned char* rgb, int coverage, int strength);
+
+/**
+ * Arms painting that changes the brightness or the contrast, as above.
+ *
+ * amount      twice the steps that are added to each channel; for the contrast twice the per cent: -200 makes all grey
+ * brightness  false: contrast
+ */
+NIMBREL_API void activateLuminanceProcess(int amount, bool brightness);
+
+/* ---- Selecting and painting -------------------------------------------------------------------------------------
+ * A selection is a mark on each point, kept while the cloud is open and not saved. It belongs to the node that holds
+ * the point: getNodeSelections reads it, frames show it.
+ *
+ * A point is taken when the shape takes it, the clip box holds it (activateClipBox), it matches (activateMatch) and its
+ * class is not hidden (setLasClassifications). What it is taken for: to be marked; with `deselect` to be unmarked; with
+ * an armed painter to be painted in the file, its mark staying. A node that lies wholly in the shape and needs no look
+ * at its points is marked, unmarked or painted as a whole; there `deselect` unmarks even with an armed painter.
+ *
+ * Clouds that are disabled, masked or protected do not take part. Where the clip box is armed, a cloud with
+ * ignoreClipBox turns it off for itself and for the clouds after it. A node that can't be read is left as it is.
+ *
+ * These run on all cores and return when they are done. Any thread; two at a time on the same clouds can undo each
+ * other's marks. Nothing is reported: ask getSelectedPointsCount. At their end the clip box and the match are disarmed,
+ * and after
+ * the first two the painter, even if nothing was done. */
+
+/**
+ * Selects in a sphere or in a box.
+ *
+ * data     count 4: the centre and the radius. count 15: the centre, and for each of three axes its direction, 3
+ *          doubles, and half the size along it. Places and directions are in the world; lengths are in the cloud's
+ *          units, its scale not applied. A point on the surface is inside
+ * count    doubles in data, 4 or 15; any other selects nothing
+ * outside  of a box: what lies outside is taken. A sphere has no outside
+ *
+ * A sphere passes over clouds that are open read-only; a box does not.
+ */
+NIMBREL_API void selectPointsByVolume(const double* data, int count, bool deselect, bool outside);
+
+/**
+ * Selects by a polygon on the screen, through everything that lies behind it.
+ *
+ * view, projection  of the picture
+ * viewport          x, y, width, height of it
+ * points            x and y of each corner, y running down from the top. Edges may cross: the even-odd rule holds
+ * count             corners; below 3 nothing is selected
+ * outside           what lies outside the polygon is taken, and what lies behind the viewer or beyond the far plane
+ *
+ * Passes over clouds that are open read-only. Whether a node of the tree is in the polygon is estimated from the size
+ * of its bounding sphere on the screen, which can miss points close to the viewer's plane.
+ */
+NIMBREL_API void selectPointsByScreen(NimbrelMatrix view, NimbrelMatrix projection, const int* viewport,
+                                      const int* points, int count, bool deselect, bool outside);
+
+/**
+ * Selects everything. Where a clip box, a match or hidden classes are to be heeded, points are taken as by a sphere
+ * around it all, an armed painter included; else all marks are set at once. Does not disarm the painter. Read-only clouds take part.
+ */
+NIMBREL_API void selectAllPoints(void);
+
+/** Marks what is not marked, and the other way round. No filter applies. Read-only clouds take part. */
+NIMBREL_API void invertSelectedPoints(void);
+
+/** Unmarks everything in all enabled clouds. */
+NIMBREL_API void clearSelectedPoints(void);
+
+/** Marked points of all enabled clouds. */
+NIMBREL_API int64_t getSelectedPointsCount(void);
+
+/**
+ * Lists the marked points of all enabled clouds, page by page, in the world.
+ *
+ * positions  3 doubles a point
+ * colours    attributes, 5 bytes a point
+ * start      points to leave out at the beginning
+ * count      points that the buffers have room for
+ *
+ * Reads nodes that are not resident. A point that can't be read is its node's minimum corner in black. What is beyond
+ * the last point is left as it was.
+ */
+NIMBREL_API void getSelectedPoints(double* positions, char* colours, int64_t start, int64_t count);
+
+/** Whether frames leave out the marked points of a cloud; false after a load. */
+NIMBREL_API void setHideSelectedPoints(int id, bool hide);
+
 /* ---- Point queries ----------------------------------------------------------------------------------------------
  * Over the loaded points of all enabled clouds. A point's colour is attributes, 5 bytes. */
-
-/** A matrix passed by value. */
-typedef struct NimbrelMatrix {
-    double m[16];
-} NimbrelMatrix;
 
 /**
  * The point under the cursor, or the one drawn nearest to it within 25 pixels, as the last frame showed it. Called as

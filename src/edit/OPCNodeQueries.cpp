@@ -1,7 +1,9 @@
-// What a host asks about the resident points of a cloud. The tree is not changed, and nothing is read from the source.
+// What a host asks about the points of a cloud: those that are resident, and those that are selected. The tree is not
+// changed; only selected points are read from the source, where their node is not resident.
 
 #include "edit/ClipBox.h"
 #include "format/PointRecord.h"
+#include "ground/Log.h"
 #include "stream/GPUBatch.h"
 #include "stream/NodeWalk.h"
 #include "stream/OPCNode.h"
@@ -26,6 +28,13 @@ bool holds(const double* box, const glm::dvec4& place) {
     return true;
 }
 
+void listVertex(const unsigned char* vertex, const double* corner, PointListing& listing) {
+    const glm::dvec3 place = placeOf(vertex, corner);
+    for (int axis = 0; axis < 3; ++axis) listing.positions[3 * listing.written + axis] = place[axis];
+    std::memcpy(listing.colours + ATTRIBUTE_BYTES * listing.written, vertex + Vertex::COLOUR, ATTRIBUTE_BYTES);
+    ++listing.written;
+}
+
 // Lists the points of one node. The caller holds the batch's mutex.
 void listVertices(const GPUBatch& batch, const double* corner, PointListing& listing) {
     const int64_t count = batch.size / Vertex::SIZE;
@@ -35,11 +44,22 @@ void listVertices(const GPUBatch& batch, const double* corner, PointListing& lis
     }
     for (int64_t i = 0; i < count; ++i) {
         if (listing.seen >= listing.start) {
-            const unsigned char* vertex = batch.data.get() + i * Vertex::SIZE;
-            const glm::dvec3 place = placeOf(vertex, corner);
-            for (int axis = 0; axis < 3; ++axis) listing.positions[3 * listing.written + axis] = place[axis];
-            std::memcpy(listing.colours + ATTRIBUTE_BYTES * listing.written, vertex + Vertex::COLOUR, ATTRIBUTE_BYTES);
-            if (++listing.written == listing.count) return;
+            listVertex(batch.data.get() + i * Vertex::SIZE, corner, listing);
+            if (listing.written == listing.count) return;
+        }
+        ++listing.seen;
+    }
+}
+
+// Lists the selected points of one node, `vertices` decoded.
+void listSelected(const std::vector<unsigned char>& vertices, const std::vector<bool>& bits, const double* corner,
+                  PointListing& listing) {
+    const size_t count = std::min(bits.size(), vertices.size() / Vertex::SIZE);
+    for (size_t i = 0; i < count; ++i) {
+        if (!bits[i]) continue;
+        if (listing.seen >= listing.start) {
+            listVertex(vertices.data() + i * Vertex::SIZE, corner, listing);
+            if (listing.written == listing.count) return;
         }
         ++listing.seen;
     }
@@ -54,6 +74,26 @@ void OPCNode::getWindowPoints(int window, PointListing& listing) {
         if (!batch) return true;
         std::lock_guard lock(batch->mutex);
         if (batch->data) listVertices(*batch, node.getBoundingBox(), listing);
+        return true;
+    });
+}
+
+void OPCNode::getSelectedPoints(PointListing& listing) {
+    std::vector<unsigned char> vertices; // for one node after the other
+    walkNodes(*this, [&](OPCInterface& node) {
+        if (listing.written >= listing.count) return false;
+        if (!node.hasSelectionBits()) return true;
+        const auto count = std::max<int64_t>(node.getPointCount(), 0);
+        const int selected = node.countSelected();
+        if (selected == 0 || selected + listing.seen <= listing.start) {
+            listing.seen += selected;
+            return true;
+        }
+        vertices.resize(static_cast<size_t>(count) * Vertex::SIZE);
+        // What can't be read is listed as the node's corner in black: the host counts on as many points as are
+        // selected.
+        if (!node.loadPointDataToGPUFormat(vertices)) setLastError("selected points can't be read");
+        listSelected(vertices, node.getSelectionBits(), node.getBoundingBox(), listing);
         return true;
     });
 }

@@ -35,6 +35,20 @@ glm::dvec4 PolygonSelection::project(const glm::dvec4& v) const {
     return {viewport[0] + viewport[2] * (c.x * s + 0.5), viewport[1] + viewport[3] * (c.y * s + 0.5), c.z * s + 0.5, s};
 }
 
+std::array<PointBlock::Row, 3> PolygonSelection::project(const PointBlock& block) const {
+    std::array<PointBlock::Row, 4> c;
+    block.transform(matrix, c);
+    const glm::dvec4 area(viewport);
+    std::array<PointBlock::Row, 3> screen;
+    for (size_t i = 0; i < PointBlock::CAPACITY; ++i) {
+        const double s = 0.5 / c[3][i];
+        screen[0][i] = area[0] + area[2] * (c[0][i] * s + 0.5);
+        screen[1][i] = area[1] + area[3] * (c[1][i] * s + 0.5);
+        screen[2][i] = c[2][i] * s + 0.5;
+    }
+    return screen;
+}
+
 glm::dvec4 PolygonSelection::unProject(const glm::dvec4& v) const {
     const double nx = 2.0 * (v.x - viewport[0]) / viewport[2] - 1.0;
     const double ny = 2.0 * (v.y - viewport[1]) / viewport[3] - 1.0;
@@ -52,8 +66,8 @@ PolygonSelection::Test PolygonSelection::intersectionTest(double x, double y, do
     if (!isFinite(s) || !isFinite(e)) return points.empty() ? OUTSIDE : CUT;
     const double screenRadius = glm::length(e - s);
     for (size_t i = 0; i < points.size(); ++i) {
-        const Corner& corner = points[i];
-        const Corner& previous = points[i == 0 ? points.size() - 1 : i - 1];
+        const ScreenCorner& corner = points[i];
+        const ScreenCorner& previous = points[i == 0 ? points.size() - 1 : i - 1];
         if (screenRadius > distanceToSegment({corner.x, corner.y}, {previous.x, previous.y}, {s.x, s.y})) return CUT;
     }
     return contains(x, y, z) ? INSIDE : OUTSIDE;
@@ -77,8 +91,8 @@ bool PolygonSelection::contains(double x, double y, double z) const {
 bool PolygonSelection::pnpoly(double x, double y) const {
     bool isInside = false;
     for (size_t i = 0; i < points.size(); ++i) {
-        const Corner& a = points[i];
-        const Corner& b = points[i == 0 ? points.size() - 1 : i - 1];
+        const ScreenCorner& a = points[i];
+        const ScreenCorner& b = points[i == 0 ? points.size() - 1 : i - 1];
         if ((y < b.y) == (y < a.y)) continue;
         const double crossing =
             a.x + (y - a.y) * static_cast<double>(difference(b.x, a.x)) / static_cast<double>(difference(b.y, a.y));

@@ -1,5 +1,9 @@
 #pragma once
 
+#include "edit/PointBlock.h"
+#include "edit/PolygonStrips.h"
+
+#include <array>
 #include <cstdint>
 #include <glm/mat4x4.hpp>
 #include <glm/vec2.hpp>
@@ -23,6 +27,9 @@ public:
     // intersectionTest takes as a part of its lengths.
     [[nodiscard]] glm::dvec4 project(const glm::dvec4& v) const;
 
+    // Screen x, y and depth of a block of places, as `project` gives them.
+    [[nodiscard]] std::array<PointBlock::Row, 3> project(const PointBlock& block) const;
+
     // The place at a screen position and depth, with w 1. v.w is not read.
     [[nodiscard]] glm::dvec4 unProject(const glm::dvec4& v) const;
 
@@ -35,16 +42,14 @@ public:
     // Places behind the viewer or beyond the far plane are never in the polygon.
     [[nodiscard]] bool contains(double x, double y, double z) const;
 
+    [[nodiscard]] std::span<const ScreenCorner> getCorners() const { return points; }
+
     // Whether a place on the screen, y upwards, is in the polygon by the even-odd rule.
     [[nodiscard]] bool pnpoly(double x, double y) const;
 
 private:
-    struct Corner {
-        int32_t x, y; // y upwards
-    };
-
     const glm::dmat4 matrix;
     const glm::dmat4 inverse;
     const glm::ivec4 viewport;
-    std::vector<Corner> points;
+    std::vector<ScreenCorner> points;
 };

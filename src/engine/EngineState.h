@@ -4,6 +4,8 @@
 #include "build/TempCache.h"
 #include "edit/Classifications.h"
 #include "edit/ClipBox.h"
+#include "edit/Match.h"
+#include "edit/PointEditor.h"
 #include "ground/ThreadPool.h"
 #include "render/FrameDriver.h"
 #include "render/OpenGLRenderer.h"
@@ -20,8 +22,8 @@ class PointCloud;
 // The state of the engine, which has no object of its own: made when the library is loaded, and destroyed at exit in
 // the reverse of the order in EngineState.cpp. The pools of ground/Pools.h are made before all of it.
 //
-// Locks, outermost first: loadMutex, closeMutex, mutex_, a node's mutex, its batch's mutex. The others, a pool's own
-// among them, lie inside all of these, and none is taken while another of them is held.
+// Locks, outermost first: loadMutex, closeMutex, editMutex, mutex_, a node's mutex, its batch's mutex. The others, a
+// pool's own among them, lie inside all of these, and none is taken while another of them is held.
 
 extern OPCCreator opcCreator; // the build under way; has its own lock
 extern TempCache tempCache;   // staged points; used by one thread of the host
@@ -30,6 +32,7 @@ extern std::vector<std::unique_ptr<PointCloud>> pointClouds; // the table; guard
 extern std::shared_mutex mutex_;                             // the table and everything reached through it
 extern std::mutex loadMutex;                                 // held for the length of a load: one at a time
 extern std::mutex closeMutex;                                // held for the length of a close: one at a time
+extern std::mutex editMutex;                                 // held for the length of an edit: one at a time
 extern std::atomic<bool> init;                               // initEngine accepted a key
 extern std::atomic<bool> pointCloudsChanged; // set by what changes the clouds; kept for hosts' debuggers, never read
 extern ThreadPool cachePool;                 // 1 thread: the visibility of nodes
@@ -39,8 +42,10 @@ extern std::vector<int> deleteVboList; // GPU buffers for the render thread to d
 
 extern OpenGLRenderer renderer; // see there for its threads
 extern FrameDriver frameDriver;
-extern std::mutex filterMutex;             // guards the three below; operations work on copies of them
-extern ClipBox clipBox;                    // armed for one frame or one operation
+extern std::mutex filterMutex; // guards the five below; operations work on copies of them
+extern ClipBox clipBox;        // armed for one frame or one operation
+extern Match match;            // armed for one operation, as is the painter
+extern PointEditor pointEditor;
 extern Shader shader;                      // armed for one frame
 extern Classifications classifications;    // stays until the host replaces it
 extern std::atomic<bool> processingAtomic; // a selection is under way; frames leave the clip box armed meanwhile

@@ -2,21 +2,12 @@
 
 #include "edit/PolygonSelection.h"
 #include "engine/EngineState.h"
-#include "engine/PointCloud.h"
+#include "engine/Participation.h"
 #include "nimbrel/NimbrelEngine.h"
-#include "stream/OPC.h"
 
 #include <algorithm>
 #include <glm/gtc/type_ptr.hpp>
 #include <limits>
-
-// Calls use(PointCloud&) on each enabled cloud, in table order. The caller holds mutex_.
-template <typename Use>
-static void forEachEnabled(Use use) {
-    for (const auto& cloud : pointClouds) {
-        if (cloud->isEnabled()) use(*cloud);
-    }
-}
 
 static int closestTo(const glm::dmat4& matrix, const double* world, double* result, unsigned char* colour) {
     std::shared_lock lock(mutex_);

@@ -8,6 +8,8 @@
 #include "stream/NodeWalk.h"
 
 #include <algorithm>
+#include <bit>
+#include <limits>
 
 namespace {
 
@@ -15,6 +17,21 @@ namespace {
 std::mutex& detailMutex(const OPCInterface* node) {
     static std::array<std::mutex, 64> mutexes;
     return mutexes[(reinterpret_cast<uintptr_t>(node) / sizeof(OPCInterface)) % mutexes.size()];
+}
+
+// How many of the first `count` bits are set. Listings count the bits of every node before their start, page by page,
+// so that they are counted a word at a time where the library's layout is known.
+size_t countSetBits(const std::vector<bool>& bits, size_t count) {
+    size_t done = 0;
+    size_t total = 0;
+#if defined(__GLIBCXX__)
+    constexpr size_t WORD = std::numeric_limits<std::_Bit_type>::digits;
+    for (const std::_Bit_type* word = bits.begin()._M_p; count - done >= WORD; done += WORD, ++word) {
+        total += static_cast<size_t>(std::popcount(*word));
+    }
+#endif
+    for (; done < count; ++done) total += bits[done] ? 1 : 0;
+    return total;
 }
 
 } // namespace
@@ -59,6 +76,28 @@ void OPCInterface::markSelected(std::span<unsigned char> vertices) {
     const size_t count = std::min(selectionBits.size(), vertices.size() / Vertex::SIZE);
     for (size_t i = 0; i < count; ++i) {
         if (selectionBits[i]) vertices[i * Vertex::SIZE + Vertex::SELECTION] = 1;
+    }
+}
+
+bool OPCInterface::hasSelectionBits() const {
+    std::lock_guard lock(detailMutex(this));
+    return !selectionBits.empty();
+}
+
+int OPCInterface::countSelected() const {
+    std::lock_guard lock(detailMutex(this));
+    const size_t count = std::min(selectionBits.size(), static_cast<size_t>(std::max<int16_t>(pointCount, 0)));
+    return static_cast<int>(countSetBits(selectionBits, count));
+}
+
+bool OPCInterface::isWritable() const {
+    return file && !file->isNetwork() && !file->isReadOnly();
+}
+
+void OPCInterface::refreshSelected(std::span<unsigned char> vertices) {
+    std::lock_guard lock(detailMutex(this));
+    for (size_t i = 0; i < vertices.size() / Vertex::SIZE; ++i) {
+        vertices[i * Vertex::SIZE + Vertex::SELECTION] = i < selectionBits.size() && selectionBits[i];
     }
 }
 

@@ -14,9 +14,12 @@
 class ClipBox;
 class GPUBatch;
 class PointCloudFile;
+class PointEditor;
+class PolygonSelection;
 class ThreadPool;
 class VoxelMap;
 struct ModelGrid;
+struct SelectionFilters;
 struct ViewCriteria;
 
 // A part of a list that goes over many nodes and clouds: what to leave out at its start, and what was done so far.
@@ -110,6 +113,36 @@ public:
     // Sets out[i] to 1 for each selected point i, leaving the others, and returns the number of selected points.
     virtual int getSelections(char* out) = 0;
 
+    // Marks the points of the subtree whose distance from a place is at most `radius`, or with `deselect` unmarks them;
+    // with an active painter they are painted instead, except that deselecting takes whole nodes all the same. Points
+    // that do not pass the filters stay as they are, and so do nodes that can't be read. Runs on all cores, and returns
+    // when it is done. A voxel model has no points of its own to select: it does nothing here and below.
+    virtual void selectPointsBySphere(const glm::dvec3& /*centre*/, double /*radius*/, bool /*deselect*/,
+                                      const SelectionFilters& /*filters*/) {}
+
+    // The same for what lies in a box, or with `outside` not in it: six planes as ClipBox has them.
+    virtual void selectPointsByCube(const std::array<glm::dvec3, 12>& /*planes*/, bool /*deselect*/, bool /*outside*/,
+                                    const SelectionFilters& /*filters*/) {}
+
+    // The same for what lies in a polygon on the screen.
+    virtual void selectPointsByPolygon(const PolygonSelection& /*polygon*/, bool /*deselect*/, bool /*outside*/,
+                                       const SelectionFilters& /*filters*/) {}
+
+    // Over every point of the subtree, without a look at any. Clearing frees the bits.
+    virtual void selectAllPoints() {}
+    virtual void invertSelectedPoints() {}
+    virtual void clearSelectedPoints() {}
+
+    // Paints every point of the subtree in its file, deleted ones apart. A node without room for a backup ends the
+    // descent.
+    virtual void paintAllPoints(const PointEditor& /*painter*/) {}
+
+    // Adds the selected points of the subtree.
+    virtual void getSelectedPointsCount(int64_t* /*count*/) {}
+
+    // Lists the selected points of the subtree, in the file's coordinates.
+    virtual void getSelectedPoints(PointListing& /*listing*/) {}
+
     // Writes the subtree as 3-byte records from `position` on, and moves it behind them.
     virtual void getTreeStructure(char* out, int64_t& position) = 0;
 
@@ -119,6 +152,10 @@ public:
     // Writes the node's stored bytes in place; false when the source is read-only or takes none. A length that differs
     // must have been accounted for by the caller.
     virtual bool savePointData(std::vector<unsigned char>& buffer) = 0;
+
+    // Called after a change of selection bits or of the stored bytes: brings the resident vertices up to date and asks
+    // for their upload.
+    virtual void resetSelectionColours() {}
 
     // Reads the node's stored bytes; false when there are none to read, or not all of them lie in the source.
     virtual bool loadPointData(std::vector<unsigned char>& buffer) = 0;
@@ -147,6 +184,9 @@ public:
     virtual const double* getBoundingBox() { return boundingBox.data(); }
     virtual std::vector<bool> getSelectionBits();
     virtual void setSelectionBits(std::vector<bool> bits);
+    [[nodiscard]] bool hasSelectionBits() const;    // whether there are any, set or not
+    [[nodiscard]] int countSelected() const;        // set bits, of points that the node has
+    [[nodiscard]] bool isWritable() const;          // the node has a source that takes changes
     virtual void setBoundingBox(const double* box); // for the making of a tree alone
     virtual int getVersion() { return version; }
     virtual uint32_t getDiskSize(); // bytes of the node's points in its source
@@ -170,6 +210,9 @@ public:
     virtual GPUBatch* existingBatch(int window);
 
 protected:
+    // Sets the selection byte of each vertex in `vertices` to the selection as it stands.
+    void refreshSelected(std::span<unsigned char> vertices);
+
     // The batch of a key, made on first use; and the same, null if it was not made.
     GPUBatch* batchAt(int key);
     GPUBatch* existingBatchAt(int key);
@@ -177,8 +220,9 @@ protected:
     // Sets the selection byte of each selected vertex in `vertices`; those of the others stay.
     void markSelected(std::span<unsigned char> vertices);
 
-    std::mutex nodeMutex;                     // orders loading against unloading; before the batch's mutex
-    std::atomic<uint8_t> windowVisibility{0}; // bit n: visible in host window n
+    std::mutex nodeMutex;                      // orders loading against unloading; before the batch's mutex
+    std::atomic<uint8_t> windowVisibility{0};  // bit n: visible in host window n
+    std::atomic<bool> verticesOutdated{false}; // the stored bytes changed since the resident vertices were decoded
     uint8_t bitMask = 0;
     uint8_t bytesPerVertex = 17;
     uint8_t recordSize;                         // of the node's tree record

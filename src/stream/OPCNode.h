@@ -3,6 +3,8 @@
 #include "stream/OPCInterface.h"
 
 class OPCHeader;
+class OPCNodeParser;
+class SelectionShape;
 struct NodeRecord;
 
 // A node of a point file, version 17 or 18, or of a point server.
@@ -35,10 +37,23 @@ public:
     bool findClosestPoint(const ClipBox& clip, const glm::dmat4& matrix, const glm::dvec4& projectedTarget,
                           const glm::dvec4& target, double* result, unsigned char* colour) override;
     int getSelections(char* out) override;
+    void selectPointsBySphere(const glm::dvec3& centre, double reach, bool deselect,
+                              const SelectionFilters& filters) override;
+    void selectPointsByCube(const std::array<glm::dvec3, 12>& planes, bool deselect, bool outside,
+                            const SelectionFilters& filters) override;
+    void selectPointsByPolygon(const PolygonSelection& polygon, bool deselect, bool outside,
+                               const SelectionFilters& filters) override;
+    void selectAllPoints() override;
+    void invertSelectedPoints() override;
+    void clearSelectedPoints() override;
+    void paintAllPoints(const PointEditor& painter) override;
+    void getSelectedPointsCount(int64_t* count) override;
+    void getSelectedPoints(PointListing& listing) override;
     void getTreeStructure(char* out, int64_t& position) override;
     double getRadius() override { return double{radius}; }
     bool savePointData(std::vector<unsigned char>& buffer) override;
     bool loadPointData(std::vector<unsigned char>& buffer) override;
+    void resetSelectionColours() override;
     ThreadPool& getProcessingThreadPool() override;
     ThreadPool& getDiskThreadPool() override;
     bool loadPointDataToGPUFormat(std::span<unsigned char> out) override;
@@ -50,6 +65,8 @@ public:
 
 private:
     using Box = std::array<double, 6>;
+    struct SelectionScratch;
+    struct SelectionWalk;
 
     OPCNode(std::shared_ptr<PointCloudFile> fileIn, const Box& box, int64_t index, int fileVersion);
 
@@ -61,4 +78,14 @@ private:
     void unloadThis();
     void freeVertices();
     bool decodeStored(std::span<unsigned char> out);
+    void refreshVertices(GPUBatch& batch);
+
+    void selectPoints(const SelectionShape& shape, bool deselect, const SelectionFilters& filters);
+    int selectOnBoundary(const SelectionWalk& walk, SelectionScratch& scratch);
+    bool findPassing(const SelectionWalk& walk, SelectionScratch& scratch);
+    void changePassing(const SelectionWalk& walk, SelectionScratch& scratch);
+    int changeWhole(int task, const PointEditor& painter, SelectionScratch& scratch);
+    void changeWholeSubtree(int task, const PointEditor& painter);
+    void paintPassing(const PointEditor& painter, SelectionScratch& scratch);
+    static void paintPoint(int index, const PointEditor& painter, int32_t& turn, OPCNodeParser& parser);
 };

@@ -102,6 +102,7 @@ void OPCNode::load() {
     if (!isVisibleAnyWindows() || batch->isResident()) return;
     const int count = pointCount;
     const int size = count * Vertex::SIZE;
+    verticesOutdated = false; // before reading: what is saved meanwhile counts as newer
     std::unique_ptr<unsigned char[]> vertices;
     try {
         vertices = std::make_unique_for_overwrite<unsigned char[]>(static_cast<size_t>(size));
@@ -128,10 +129,24 @@ bool OPCNode::loadPointData(std::vector<unsigned char>& buffer) {
 }
 
 bool OPCNode::savePointData(std::vector<unsigned char>& buffer) {
-    if (!file || file->isNetwork() || file->isReadOnly()) return false;
-    if (buffer.size() > static_cast<size_t>(std::numeric_limits<int>::max())) return false;
-    return file->saveData(reinterpret_cast<const char*>(buffer.data()), pointDataByteLocation,
-                          static_cast<int>(buffer.size()));
+    if (!isWritable() || buffer.size() > static_cast<size_t>(std::numeric_limits<int>::max())) return false;
+    const bool saved = file->saveData(reinterpret_cast<const char*>(buffer.data()), pointDataByteLocation,
+                                      static_cast<int>(buffer.size()));
+    if (saved) verticesOutdated = true;
+    return saved;
+}
+
+// Decodes again what changed in the source. The caller holds nodeMutex, so that nobody loads or unloads meanwhile.
+void OPCNode::refreshVertices(GPUBatch& batch) {
+    if (verticesOutdated.exchange(false) && batch.isResident()) {
+        const int size = batch.size;
+        auto vertices = std::make_unique_for_overwrite<unsigned char[]>(static_cast<size_t>(size));
+        if (decodeStored({vertices.get(), static_cast<size_t>(size)})) batch.fill(std::move(vertices), size);
+    }
+    std::lock_guard lock(batch.mutex);
+    if (!batch.data) return;
+    refreshSelected({batch.data.get(), static_cast<size_t>(batch.size)});
+    batch.changed = true;
 }
 
 bool OPCNode::loadPointDataToGPUFormat(std::span<unsigned char> out) {

@@ -3,6 +3,7 @@
 #include <glm/gtc/matrix_transform.hpp>
 #include <gtest/gtest.h>
 #include <limits>
+#include <random>
 #include <tuple>
 
 namespace {
@@ -27,29 +28,8 @@ TEST(PolygonSelection, ProjectsToTheScreenAndBack) {
     EXPECT_NEAR(2.0, back.y, 1e-12);
     EXPECT_NEAR(-10.0, back.z, 1e-12);
     EXPECT_EQ(1.0, back.w);
-}
-
-TEST(PolygonSelection, GivesHalfTheReciprocalOfWAsFourthComponent) {
-    const PolygonSelection screen(glm::perspective(1.0, 1.0, 1.0, 100.0), VIEWPORT, {});
-    EXPECT_DOUBLE_EQ(0.5 / 8.0, screen.project({0, 0, -8, 1}).w);
-}
-
-TEST(PolygonSelection, HoldsPlacesByTheEvenOddRule) {
-    const PolygonSelection screen(flat(), VIEWPORT, SQUARE);
-    const std::tuple<const char*, glm::dvec3, bool> cases[] = {
-        {"inside", {4, 7, -1}, true},
-        {"y runs upwards there", {4, 3, -1}, false},
-        {"left of it", {1.9, 7, -1}, false},
-        {"right of it", {6.1, 7, -1}, false},
-        {"behind the viewer", {4, 7, 1}, false},
-        {"beyond the far plane", {4, 7, -21}, false},
-    };
-    for (const auto& [name, p, expected] : cases) EXPECT_EQ(expected, screen.contains(p.x, p.y, p.z)) << name;
-    constexpr int bowTie[] = {0, 0, 100, 100, 100, 0, 0, 100};
-    const PolygonSelection crossed(flat(), VIEWPORT, bowTie);
-    EXPECT_TRUE(crossed.pnpoly(10, 50));
-    EXPECT_FALSE(crossed.pnpoly(50, 90));
-    EXPECT_FALSE(PolygonSelection(flat(), VIEWPORT, {}).pnpoly(0, 0));
+    const PolygonSelection perspective(glm::perspective(1.0, 1.0, 1.0, 100.0), VIEWPORT, {});
+    EXPECT_DOUBLE_EQ(0.5 / 8.0, perspective.project({0, 0, -8, 1}).w);
 }
 
 TEST(PolygonSelection, TestsSpheres) {
@@ -85,5 +65,27 @@ TEST(PolygonSelection, SurvivesAnyNumbers) {
     for (const double v : {0.0, 1e300, -1e300, std::numeric_limits<double>::quiet_NaN()}) {
         (void)screen.contains(v, v, v);
         (void)screen.intersectionTest(v, v, v, v);
+    }
+}
+
+// Places on corners' heights and between them; the last polygon is one whose strips are made higher.
+TEST(PolygonSelection, StripsGiveTheEvenOddRule) {
+    std::mt19937 random(3);
+    for (const size_t count : {0U, 1U, 2U, 3U, 4U, 17U, 60U, 6000U}) {
+        for (const unsigned height : {3U, 90U, 100000U}) {
+            std::vector<int> corners;
+            for (size_t i = 0; i < count; ++i) {
+                corners.push_back(static_cast<int>(random() % 100));
+                corners.push_back(static_cast<int>(random() % height));
+            }
+            const PolygonSelection screen(flat(), VIEWPORT, corners);
+            const PolygonStrips strips(screen.getCorners());
+            for (int i = 0; i < 300; ++i) {
+                const double x = static_cast<double>(random() % 220) * 0.5 - 5;
+                const double y = 100.5 - static_cast<double>(random() % (2 * height + 4)) * 0.5;
+                ASSERT_EQ(screen.pnpoly(x, y), strips.contains(x, y)) << count << " corners, " << x << ", " << y;
+            }
+            EXPECT_FALSE(strips.contains(50, std::numeric_limits<double>::quiet_NaN()));
+        }
     }
 }
