@@ -86,6 +86,9 @@ NIMBREL_API const char* nimbrelLastError(void);
  * bytes, or is damaged (its tree does not fit its header or the file). nimbrelLastError tells which. A node whose
  * points lie outside the file does not keep it from loading: that node is a failed read.
  *
+ * Completes the edits that a killed process left in FILE.journal (see Editing), which can take as long as writing 32
+ * MiB. A file that is open read-only is shown as if that had been done.
+ *
  * The id is the number of clouds that were open before, not a running number: after a cloud other than the last was
  * closed, the next load can get the id of a living cloud, and calls then reach the older of the two.
  *
@@ -95,7 +98,7 @@ NIMBREL_API const char* nimbrelLastError(void);
 NIMBREL_API int loadPointCloudFile(const wchar_t* path);
 
 /**
- * Closes a cloud, once the load jobs of all clouds have stopped. Any selection of it is lost.
+ * Closes a cloud, once the load jobs of all clouds have stopped. Any selection of it is lost. After edits it waits until the file is on the disk.
  */
 NIMBREL_API void closePointCloud(int id);
 
@@ -179,7 +182,7 @@ NIMBREL_API int getNodeCount(int id);
  * A point can lie outside its node's box by half the grid that the file was built with, 5 units at most.
  *
  * A voxel model shows one node without children and with one point, whatever getNodeCount says; the rest of `out` is
- * left as it was. getNodePoints gives zeros for that point. Selecting and exporting do nothing there.
+ * left as it was. getNodePoints gives zeros for that point. Selecting, editing and exporting do nothing there.
  */
 NIMBREL_API void getTreeStructure(int id, char* out);
 
@@ -205,6 +208,40 @@ NIMBREL_API int getNodePointCount(int id, int node);
  * Returns the number of selected points.
  */
 NIMBREL_API int getNodeSelections(int id, int node, char* out);
+
+/* ---- Editing: change points in the file -------------------------------------------------------------------------
+ * Callable from any thread. An edit returns when it is done, on all cores. A cloud that is open read-only is passed over
+ * without a word.
+ *
+ * Edits are made in the file itself, at once, and nothing is ever erased from it. A process that is killed at any
+ * instant of an edit leaves a file that opens with every original point: what was under way is
+ * written to a journal first, FILE.journal, which the next load replays and removes. Keep the two together. A close
+ * brings everything to the disk and removes the journal. After a failure of power or of the system nothing of an edit
+ * that was not followed by a close is certain. One process edits a file at a time: while one has begun to, and until it
+ * closes the file, the edits of others change nothing. An edit for which the journal can't be written, because the disk
+ * is full
+ * or the folder can't be written to, changes nothing either; nimbrelLastError tells. docs/format.md has the journal. */
+
+/**
+ * Deletes the selected points of the clouds that are enabled, not masked and open for writing, and clears the selection
+ * of each node it touches.
+ *
+ * Points stay in the file behind the others, or marked, and restorePointCloud brings them back at any later time. The
+ * coordinates and attributes stored do not change; in version 17 the order of the points of a node does.
+ */
+NIMBREL_API void deleteSelectedPoints(void);
+
+/** Brings back every point of a cloud that was deleted since its file was built. Leaves selections as they are. */
+NIMBREL_API void restorePointCloud(int id);
+
+/**
+ * Sets the class of the selected points of the clouds that are enabled and not masked.
+ *
+ * value  its low byte is the class, of which version 18 keeps the low 4 bits
+ *
+ * What is on the screen keeps the old class until its nodes are loaded or selected from again.
+ */
+NIMBREL_API void setLasValueOnSelectedPoints(int value);
 
 /* ---- Header -----------------------------------------------------------------------------------------------------
  * The 124-byte header of a file; docs/format.md has its layout. Callable from any thread. */

@@ -11,7 +11,6 @@
 #include "format/OPCNodeParser.h"
 #include "format/PointRecord.h"
 #include "ground/Log.h"
-#include "stream/GPUBatch.h"
 #include "stream/OPCNode.h"
 #include "stream/ParallelNodeWalk.h"
 
@@ -227,9 +226,4 @@ void OPCNode::getSelectedPointsCount(int64_t* count) {
         return task;
     });
     *count += total;
-}
-
-void OPCNode::resetSelectionColours() {
-    std::lock_guard lock(nodeMutex);
-    if (GPUBatch* batch = existingBatch(0)) refreshVertices(*batch);
 }

@@ -1,5 +1,13 @@
 #include "format/NodeRecord.h"
 
+#include "format/OPCHeader.h"
+
+int64_t NodeRecord::imageSize(const OPCHeader& header) {
+    // A voxel file counts the length in the low 32 bits of `reserved`; the header must lie within it.
+    if (header.version == OPCHeader::VERSION_VOXEL) return int64_t{static_cast<uint32_t>(header.reserved)};
+    return int64_t{header.nodeCount} * sizeFor(header.version) + header.headerSize;
+}
+
 NodeRecord NodeRecord::decode(std::span<const unsigned char> bytes, int version) {
     NodeRecord record;
     if (isStream(version)) {

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <span>
 
+class OPCHeader;
+
 // One record of the tree block that follows the header: which children a node has, and where its points are. Three
 // forms exist, little-endian and without padding. No other line of the project spells out these offsets.
 struct NodeRecord {
@@ -50,6 +52,10 @@ struct NodeRecord {
     // Any version but 18 has fixed size points, unknown and negative ones included.
     static constexpr bool isStream(int version) { return version == 18; }
     static constexpr int sizeFor(int version) { return isStream(version) ? Stream::SIZE : Fixed::SIZE; }
+
+    // Bytes of the tree image that a header announces: the file from offset 0 to the end of the tree. Less than a
+    // header when it announces none.
+    static int64_t imageSize(const OPCHeader& header);
 
     // The axis on which a node with this mask is split: 0 for X, 1 for Y, 2 for Z.
     static constexpr int splitAxis(uint8_t bitMask) {

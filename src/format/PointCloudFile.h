@@ -1,14 +1,16 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 
 class OPCHeader;
+struct NodeChange;
 
 // Where the bytes of one point file come from, so that a node does not know whether it is read from a local disk, a
 // point server or cloud storage. Held by a shared pointer that is made from the concrete type.
 //
-// readData may be called from several threads at once. Everything else belongs to whoever opens the source.
+// readData and saveNode may be called from several threads at once. Everything else belongs to whoever opens the source.
 class PointCloudFile {
 public:
     [[nodiscard]] virtual bool isReadOnly() = 0;
@@ -24,6 +26,15 @@ public:
 
     // Writes `size` bytes at `byteLocation` of a writable source; false when nothing or not all was written.
     virtual bool saveData(const char* in, long long byteLocation, int size) = 0;
+
+    // Writes a change of a node as one: a process killed at any instant leaves a file that opens with all of it or with
+    // nothing of it. The points go to `pointsLocation`, and `record`, the node's record with the new count, to
+    // `recordLocation` unless it is empty. False when the source takes no changes or could not keep this one. Several
+    // threads may call it for different nodes.
+    virtual bool saveNode(const NodeChange& /*change*/, long long /*pointsLocation*/,
+                          std::span<const unsigned char> /*record*/, long long /*recordLocation*/) {
+        return false;
+    }
 
     // Fills the header and makes the tree image ready. Throws std::runtime_error when the source does not hold the
     // tree that its header announces.

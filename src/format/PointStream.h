@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
 
 // The delta stream of version 18: for each point, in the order of its Morton code, the difference to the code before
 // it as unsigned LEB128 (seven bits a byte, least significant group first), then a packed word of three bytes.
@@ -63,4 +65,39 @@ struct PointStream {
         *out++ = static_cast<unsigned char>(delta);
         return out;
     }
+};
+
+// Steps through the records of a stream without decoding places. Ends where OPCNodeParser ends, at damaged bytes too.
+class StreamRecords {
+public:
+    explicit StreamRecords(std::span<unsigned char> dataIn) : data(dataIn) {}
+
+    // Goes to the next record; false at the end of the sound ones.
+    bool next() {
+        size_t at = end;
+        const size_t limit = at + PointStream::LARGEST_DELTA_BYTES;
+        do {
+            if (at == data.size() || at == limit) return false;
+        } while (data[at++] >= 0x80);
+        if (data.size() - at < PointStream::PACKED_BYTES) return false;
+        start = end;
+        end = at + PointStream::PACKED_BYTES;
+        return true;
+    }
+
+    // Of the record that next() went to.
+    [[nodiscard]] unsigned char* packedWord() const { return data.data() + end - PointStream::PACKED_BYTES; }
+    [[nodiscard]] std::span<const unsigned char> delta() const {
+        return data.subspan(start, end - PointStream::PACKED_BYTES - start);
+    }
+    [[nodiscard]] bool isMarked() const { return (*packedWord() & PointStream::MARKED) != 0; }
+    void mark(bool value) const {
+        unsigned char& byte = *packedWord();
+        byte = static_cast<unsigned char>(value ? byte | PointStream::MARKED : byte & ~PointStream::MARKED);
+    }
+
+private:
+    std::span<unsigned char> data;
+    size_t start = 0; // of the record
+    size_t end = 0;   // behind it
 };

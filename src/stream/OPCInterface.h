@@ -153,6 +153,21 @@ public:
     // must have been accounted for by the caller.
     virtual bool savePointData(std::vector<unsigned char>& buffer) = 0;
 
+    // As savePointData and writeNodeStructure with a new point count, but as one: a process that is killed at any
+    // instant leaves a file that opens with both or with neither. False leaves the node as it was.
+    virtual bool savePoints(std::vector<unsigned char>& /*buffer*/, short /*count*/) { return false; }
+
+    // Deletes the selected points of the subtree, in the file too, and returns when that is done. They stay in the
+    // file, behind the others or marked. A node of a source that is read-only is passed over. For a thread that is no
+    // worker of the processing pool, as the two below.
+    virtual void deleteSelectedPoints() {}
+
+    // Brings back every point of the subtree that was deleted since the file was built. Selection bits stay.
+    virtual void restorePointCloud() {}
+
+    // Sets the class of the selected points of the subtree, in the file. Resident vertices keep the old one for now.
+    virtual void setLasValueOnSelectedPoints(unsigned char& /*value*/) {}
+
     // Called after a change of selection bits or of the stored bytes: brings the resident vertices up to date and asks
     // for their upload.
     virtual void resetSelectionColours() {}

@@ -1,5 +1,6 @@
 #include "stream/OPCNode.h"
 
+#include "format/EditJournal.h"
 #include "format/NodeRecord.h"
 #include "format/OPCHeader.h"
 #include "format/PointCloudFile.h"
@@ -108,20 +109,23 @@ void OPCNode::takeRecord(const NodeRecord& record) {
     pointDataByteLocation = record.pointDataByteLocation;
 }
 
-bool OPCNode::writeNodeStructure() {
-    if (!file || file->isReadOnly() || file->isNetwork()) return false;
+std::vector<unsigned char> OPCNode::recordWith(short count) const {
     NodeRecord record;
     record.bitMask = bitMask;
     record.bytesPerVertex = bytesPerVertex;
-    record.pointCount = pointCount;
+    record.pointCount = count;
     record.originalPointCount = originalPointCount;
     record.diskSize = diskSize;
     record.filterScaled = filterScaled;
     record.pointDataByteLocation = pointDataByteLocation;
     std::vector<unsigned char> bytes(recordSize);
     record.encode(bytes, version);
-    const int64_t offset = nodeIndex * recordSize + OPCHeader::Layout::SIZE;
-    return file->saveData(reinterpret_cast<const char*>(bytes.data()), offset, recordSize);
+    return bytes;
+}
+
+bool OPCNode::writeNodeStructure() {
+    std::vector<unsigned char> none;
+    return savePoints(none, pointCount);
 }
 
 void OPCNode::populateNodeTreeList(std::vector<OPCInterface*>* list) {

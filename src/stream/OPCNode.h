@@ -53,6 +53,10 @@ public:
     double getRadius() override { return double{radius}; }
     bool savePointData(std::vector<unsigned char>& buffer) override;
     bool loadPointData(std::vector<unsigned char>& buffer) override;
+    bool savePoints(std::vector<unsigned char>& buffer, short count) override;
+    void deleteSelectedPoints() override;
+    void restorePointCloud() override;
+    void setLasValueOnSelectedPoints(unsigned char& value) override;
     void resetSelectionColours() override;
     ThreadPool& getProcessingThreadPool() override;
     ThreadPool& getDiskThreadPool() override;
@@ -79,6 +83,8 @@ private:
     void freeVertices();
     bool decodeStored(std::span<unsigned char> out);
     void refreshVertices(GPUBatch& batch);
+    [[nodiscard]] std::vector<unsigned char> recordWith(short count) const;
+    bool saveChange(std::span<const unsigned char> points, short count);
 
     void selectPoints(const SelectionShape& shape, bool deselect, const SelectionFilters& filters);
     int selectOnBoundary(const SelectionWalk& walk, SelectionScratch& scratch);

@@ -4,7 +4,9 @@
 // all of a node or nothing, and a failed read leaves no trace. Filling the batch in place would need a third state that
 // every reader of it had to know.
 
+#include "format/EditJournal.h"
 #include "format/NodeRecord.h"
+#include "format/OPCHeader.h"
 #include "format/PointCloudFile.h"
 #include "format/PointRecord.h"
 #include "format/VertexDecoder.h"
@@ -129,10 +131,35 @@ bool OPCNode::loadPointData(std::vector<unsigned char>& buffer) {
 }
 
 bool OPCNode::savePointData(std::vector<unsigned char>& buffer) {
-    if (!isWritable() || buffer.size() > static_cast<size_t>(std::numeric_limits<int>::max())) return false;
-    const bool saved = file->saveData(reinterpret_cast<const char*>(buffer.data()), pointDataByteLocation,
-                                      static_cast<int>(buffer.size()));
-    if (saved) verticesOutdated = true;
+    return saveChange(buffer, NodeChange::SAME_COUNT);
+}
+
+bool OPCNode::savePoints(std::vector<unsigned char>& buffer, short count) {
+    if (!saveChange(buffer, count)) return false;
+    pointCount = count;
+    return true;
+}
+
+bool OPCNode::saveChange(std::span<const unsigned char> points, short count) {
+    if (!isWritable()) return false;
+    std::vector<unsigned char> whole;
+    const size_t size = static_cast<size_t>(std::max<int16_t>(originalPointCount, 0)) * bytesPerVertex;
+    if (!NodeRecord::isStream(version) && !points.empty() && points.size() < size) {
+        // The points deleted earlier go along unchanged, so that the change holds all of the node: it then loses no
+        // point when it is replayed over another state of the file, such as a backup.
+        whole.resize(size);
+        std::copy(points.begin(), points.end(), whole.begin());
+        if (!file->readData(reinterpret_cast<char*>(whole.data()) + points.size(), nodeIndex,
+                            pointDataByteLocation + std::ssize(points), static_cast<int>(size - points.size()))) {
+            return false;
+        }
+        points = whole;
+    }
+    const bool hasCount = count != NodeChange::SAME_COUNT;
+    const std::vector<unsigned char> record = hasCount ? recordWith(count) : std::vector<unsigned char>();
+    const bool saved = file->saveNode({nodeIndex, count, points}, pointDataByteLocation, record,
+                                      nodeIndex * recordSize + OPCHeader::Layout::SIZE);
+    if (saved && !points.empty()) verticesOutdated = true;
     return saved;
 }
 

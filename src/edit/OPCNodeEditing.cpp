@@ -1,0 +1,90 @@
+// Deleting, restoring and classifying points. The nodes that an operation touches are listed first and then worked on
+// by all cores: the list costs a look at each node, and a tree that is deep or lopsided spreads as well as any other.
+
+#include "edit/NodeWork.h"
+#include "edit/StoredPoints.h"
+#include "format/NodeRecord.h"
+#include "ground/Log.h"
+#include "stream/GPUBatch.h"
+#include "stream/NodeWalk.h"
+#include "stream/OPCNode.h"
+
+namespace {
+
+// Calls work(OPCNode&) on all cores for the nodes of a subtree that isTouched(node) names.
+template <typename IsTouched, typename Work>
+void workOnSubtree(OPCInterface& root, IsTouched isTouched, Work work) {
+    std::vector<OPCInterface*> touched;
+    walkNodes(root, [&](OPCInterface& node) {
+        if (isTouched(node)) touched.push_back(&node);
+        return true;
+    });
+    workInParallel(touched.size(), [&](size_t i) { work(static_cast<OPCNode&>(*touched[i])); });
+}
+
+// The stored bytes of a node that is about to change; false, with the reason for the host, if they can't be had.
+bool load(OPCNode& node, std::vector<unsigned char>& stored) {
+    if (node.loadPointData(stored)) return true;
+    setLastError("points of the file can't be read, so that they stay as they are");
+    return false;
+}
+
+void deleteSelected(OPCNode& node) {
+    std::vector<unsigned char> stored;
+    if (!load(node, stored)) return;
+    const std::vector<bool> bits = node.getSelectionBits();
+    const int count = node.getPointCount();
+    const int kept = NodeRecord::isStream(node.getVersion())
+                         ? markDeleted(stored, count, bits)
+                         : moveBehind(stored, node.getBytesPerVertex(), count, bits);
+    if (kept != count && !node.savePoints(stored, static_cast<short>(kept))) return;
+    node.setSelectionBits({});
+    node.unload(false);
+}
+
+void restore(OPCNode& node) {
+    const short count = node.getOriginalPointCount();
+    std::vector<unsigned char> stored; // stays empty where the count alone changes
+    if (NodeRecord::isStream(node.getVersion())) {
+        if (!load(node, stored)) return; // marks and count stay together
+        setDeletedMarks(stored, count, {});
+    }
+    if (node.savePoints(stored, count)) node.unload(false);
+}
+
+void classify(OPCNode& node, unsigned char value) {
+    std::vector<unsigned char> stored;
+    if (!load(node, stored)) return;
+    const std::vector<bool> bits = node.getSelectionBits();
+    const int count = node.getPointCount();
+    const bool changed = NodeRecord::isStream(node.getVersion())
+                             ? setStreamClass(stored, count, bits, value)
+                             : setFixedClass(stored, node.getBytesPerVertex(), count, bits, value);
+    if (changed) node.savePointData(stored);
+}
+
+} // namespace
+
+void OPCNode::deleteSelectedPoints() {
+    if (!isWritable()) return;
+    workOnSubtree(
+        *this, [](const OPCInterface& node) { return node.hasSelectionBits(); }, deleteSelected);
+}
+
+void OPCNode::restorePointCloud() {
+    if (!isWritable()) return;
+    // A count above the built one is damage: lowering it would hide points.
+    const auto isShort = [](OPCInterface& node) { return node.getPointCount() < node.getOriginalPointCount(); };
+    workOnSubtree(*this, isShort, restore);
+}
+
+void OPCNode::setLasValueOnSelectedPoints(unsigned char& value) {
+    if (!isWritable()) return;
+    const auto isSelected = [](const OPCInterface& node) { return node.hasSelectionBits(); };
+    workOnSubtree(*this, isSelected, [value](OPCNode& node) { classify(node, value); });
+}
+
+void OPCNode::resetSelectionColours() {
+    std::lock_guard lock(nodeMutex);
+    if (GPUBatch* batch = existingBatch(0)) refreshVertices(*batch);
+}
