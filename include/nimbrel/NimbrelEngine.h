@@ -98,7 +98,8 @@ NIMBREL_API const char* nimbrelLastError(void);
 NIMBREL_API int loadPointCloudFile(const wchar_t* path);
 
 /**
- * Closes a cloud, once the load jobs of all clouds have stopped. Any selection of it is lost. After edits it waits until the file is on the disk.
+ * Closes a cloud, once the load jobs of all clouds have stopped and undo and redo are done. Any selection of it and its
+ * part in the history are lost. After edits it waits until the file is on the disk.
  */
 NIMBREL_API void closePointCloud(int id);
 
@@ -210,11 +211,11 @@ NIMBREL_API int getNodePointCount(int id, int node);
 NIMBREL_API int getNodeSelections(int id, int node, char* out);
 
 /* ---- Editing: change points in the file -------------------------------------------------------------------------
- * Callable from any thread. An edit returns when it is done, on all cores. A cloud that is open read-only is passed over
- * without a word.
+ * Callable from any thread. An edit returns when it is done, on all cores; it waits for the undo and redo jobs that
+ * were asked for before. A cloud that is open read-only is passed over without a word.
  *
  * Edits are made in the file itself, at once, and nothing is ever erased from it. A process that is killed at any
- * instant of an edit leaves a file that opens with every original point: what was under way is
+ * instant of an edit, an undo or a redo leaves a file that opens with every original point: what was under way is
  * written to a journal first, FILE.journal, which the next load replays and removes. Keep the two together. A close
  * brings everything to the disk and removes the journal. After a failure of power or of the system nothing of an edit
  * that was not followed by a close is certain. One process edits a file at a time: while one has begun to, and until it
@@ -224,7 +225,7 @@ NIMBREL_API int getNodeSelections(int id, int node, char* out);
 
 /**
  * Deletes the selected points of the clouds that are enabled, not masked and open for writing, and clears the selection
- * of each node it touches.
+ * of each node it touches. Selections can't be undone any more (removes type 0 from the history).
  *
  * Points stay in the file behind the others, or marked, and restorePointCloud brings them back at any later time. The
  * coordinates and attributes stored do not change; in version 17 the order of the points of a node does.
@@ -242,6 +243,46 @@ NIMBREL_API void restorePointCloud(int id);
  * What is on the screen keeps the old class until its nodes are loaded or selected from again.
  */
 NIMBREL_API void setLasValueOnSelectedPoints(int value);
+
+/* ---- History: undo and redo -------------------------------------------------------------------------------------
+ * A host brackets each action between startHistoryRecording and stopHistoryRecording. Meanwhile every node takes a
+ * snapshot of itself before its first change, and these make one entry to undo. Callable from any thread.
+ *
+ * Entries are best undone in the order of their making. One that no longer fits, because a node was changed by
+ * something that was not recorded or undone, never loses a point: it leaves the bytes of such a node as they are.
+ * Closing a cloud
+ * takes its nodes out of every entry, and entries that hold nothing else go. */
+
+/**
+ * Begins to record.
+ *
+ * path  a folder for the bytes of type 2, which go to a file named PATH\undo_N beside it: the backslash is part of the
+ *       name, N counts from 1 in each process, and an existing file of that name is overwritten
+ * type  0: selections. 1: deletions and restorations. 2: changes of colours and classes. Others record that there was a
+ *       change, and undoing does nothing
+ *
+ * A recording under way is ended first, as by stopHistoryRecording. With type 2, a node for whose bytes there is not
+ * more than 1 GiB of room on the volume of `path` is not changed by painting or classifying; a folder that does not
+ * exist has no room. Clouds that are loaded while a recording is under way take part in it.
+ */
+NIMBREL_API void startHistoryRecording(const wchar_t* path, int type);
+
+/** Ends the recording. True if there was something to undo; what could be redone before stays so. */
+NIMBREL_API bool stopHistoryRecording(void);
+
+/**
+ * Undo the last entry, or redo the one undone last; without one they do nothing. They return at once: the work is done
+ * by a thread of its own, in the order of the calls. Nodes that change are unloaded and load again at the next
+ * setCamera.
+ */
+NIMBREL_API void undo(void);
+NIMBREL_API void redo(void);
+
+/** Returns when everything that was asked of undo and redo is done; the camera can then be set for the result. */
+NIMBREL_API void nimbrelWaitForHistory(void);
+
+/** Forgets all entries. Backup files stay on the disk. */
+NIMBREL_API void clearHistory(void);
 
 /* ---- Header -----------------------------------------------------------------------------------------------------
  * The 124-byte header of a file; docs/format.md has its layout. Callable from any thread. */
@@ -570,7 +611,8 @@ NIMBREL_API void activateLuminanceProcess(int amount, bool brightness);
  * at its points is marked, unmarked or painted as a whole; there `deselect` unmarks even with an armed painter.
  *
  * Clouds that are disabled, masked or protected do not take part. Where the clip box is armed, a cloud with
- * ignoreClipBox turns it off for itself and for the clouds after it. A node that can't be read is left as it is.
+ * ignoreClipBox turns it off for itself and for the clouds after it. While changes are recorded, a node that can't be
+ * backed up for want of space is left alone with all below it. A node that can't be read is left as it is.
  *
  * These run on all cores and return when they are done. Any thread; two at a time on the same clouds can undo each
  * other's marks. Nothing is reported: ask getSelectedPointsCount. At their end the clip box and the match are disarmed,
@@ -607,14 +649,15 @@ NIMBREL_API void selectPointsByScreen(NimbrelMatrix view, NimbrelMatrix projecti
 
 /**
  * Selects everything. Where a clip box, a match or hidden classes are to be heeded, points are taken as by a sphere
- * around it all, an armed painter included; else all marks are set at once. Does not disarm the painter. Read-only clouds take part.
+ * around it all, an armed painter included; else all marks are set at once, and recorded selections can't be undone
+ * any more. Does not disarm the painter. Read-only clouds take part.
  */
 NIMBREL_API void selectAllPoints(void);
 
 /** Marks what is not marked, and the other way round. No filter applies. Read-only clouds take part. */
 NIMBREL_API void invertSelectedPoints(void);
 
-/** Unmarks everything in all enabled clouds. */
+/** Unmarks everything in all enabled clouds, and ends the undoing of recorded selections. */
 NIMBREL_API void clearSelectedPoints(void);
 
 /** Marked points of all enabled clouds. */

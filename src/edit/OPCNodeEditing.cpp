@@ -30,6 +30,7 @@ bool load(OPCNode& node, std::vector<unsigned char>& stored) {
 }
 
 void deleteSelected(OPCNode& node) {
+    (void)node.historySnapshot(); // a deletion loses nothing, so that it does not need room for a backup
     std::vector<unsigned char> stored;
     if (!load(node, stored)) return;
     const std::vector<bool> bits = node.getSelectionBits();
@@ -43,6 +44,7 @@ void deleteSelected(OPCNode& node) {
 }
 
 void restore(OPCNode& node) {
+    (void)node.historySnapshot();
     const short count = node.getOriginalPointCount();
     std::vector<unsigned char> stored; // stays empty where the count alone changes
     if (NodeRecord::isStream(node.getVersion())) {
@@ -54,7 +56,7 @@ void restore(OPCNode& node) {
 
 void classify(OPCNode& node, unsigned char value) {
     std::vector<unsigned char> stored;
-    if (!load(node, stored)) return;
+    if (!node.historySnapshot() || !load(node, stored)) return;
     const std::vector<bool> bits = node.getSelectionBits();
     const int count = node.getPointCount();
     const bool changed = NodeRecord::isStream(node.getVersion())

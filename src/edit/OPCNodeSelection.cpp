@@ -94,7 +94,8 @@ int OPCNode::selectOnBoundary(const SelectionWalk& walk, SelectionScratch& scrat
     if (verdict == SelectionShape::WHOLLY && clip == ClipBox::INSIDE && !filters.looksAtPoints()) {
         return changeWhole(wholeTask(walk.deselect, filters), filters.painter, scratch);
     }
-    if (!walk.shape.goesOn(verdict, clip)) return STOP_DESCENT;
+    const bool hasBackup = historySnapshot();
+    if (!walk.shape.goesOn(verdict, hasBackup, clip)) return STOP_DESCENT;
     // A node that can't be read stays as it is.
     if (findPassing(walk, scratch)) changePassing(walk, scratch);
     return BOUNDARY;
@@ -149,10 +150,14 @@ int OPCNode::changeWhole(int task, const PointEditor& painter, SelectionScratch&
     const auto count = static_cast<size_t>(pointsOf(*this));
     if (task == CLEAR) {
         if (!hasSelectionBits()) return task;
+        historySnapshot();
         setSelectionBits({});
     } else if (task == SELECT) {
+        historySnapshot();
         setSelectionBits(std::vector<bool>(count, true));
     } else {
+        // Without room for a backup the subtree is not painted.
+        if (!historySnapshot()) return STOP_DESCENT;
         scratch.passes.assign(count, 1);
         paintPassing(painter, scratch);
     }
@@ -181,6 +186,7 @@ void OPCNode::paintAllPoints(const PointEditor& painter) {
 
 void OPCNode::invertSelectedPoints() {
     walkNodesInParallel(*this, 0, [](OPCInterface& node, int task, int /*worker*/) {
+        node.historySnapshot();
         std::vector<bool> bits = node.getSelectionBits();
         bits.resize(static_cast<size_t>(pointsOf(node)));
         bits.flip();

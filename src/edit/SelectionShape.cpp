@@ -6,8 +6,8 @@
 #include <cmath>
 #include <glm/geometric.hpp>
 
-bool SelectionShape::goesOn(Verdict /*verdict*/, ClipBox::Test /*clip*/) const {
-    return true;
+bool SelectionShape::goesOn(Verdict /*verdict*/, bool hasBackup, ClipBox::Test /*clip*/) const {
+    return hasBackup;
 }
 
 SelectionShape::Verdict SphereShape::judge(const glm::dvec3& nodeCentre, double nodeRadius) const {
@@ -50,10 +50,11 @@ SelectionShape::Verdict PolygonShape::judge(const glm::dvec3& centre, double rad
     return (test == PolygonSelection::OUTSIDE) == outside ? WHOLLY : UNWANTED;
 }
 
-// Where the clip box cuts a node, it is looked at although the polygon does not want it. This looseness is an established
-// one.
-bool PolygonShape::goesOn(Verdict verdict, ClipBox::Test clip) const {
-    return clip == ClipBox::CUT || verdict != UNWANTED;
+// Where the clip box cuts a node, it is looked at although the polygon does not want it, and although there is no room
+// to back it up; so is what lies outside of a polygon that selects outside. This looseness is an established one.
+bool PolygonShape::goesOn(Verdict verdict, bool hasBackup, ClipBox::Test clip) const {
+    if (clip == ClipBox::CUT) return true;
+    return verdict != UNWANTED && (hasBackup || outside);
 }
 
 void PolygonShape::testPoints(PointBlock& block) const {

@@ -23,8 +23,9 @@ public:
 
     [[nodiscard]] virtual Verdict judge(const glm::dvec3& centre, double radius) const = 0;
 
-    // Whether a node that is not taken whole is looked at: `clip` tells how it lies to the clip box.
-    [[nodiscard]] virtual bool goesOn(Verdict verdict, ClipBox::Test clip) const;
+    // Whether a node that is not taken whole is looked at: `hasBackup` tells that the history could back it up, `clip`
+    // how it lies to the clip box.
+    [[nodiscard]] virtual bool goesOn(Verdict verdict, bool hasBackup, ClipBox::Test clip) const;
 
     virtual void testPoints(PointBlock& block) const = 0;
 };
@@ -57,7 +58,7 @@ public:
     // The polygon outlives the shape.
     PolygonShape(const PolygonSelection& polygonIn, bool outsideIn);
     [[nodiscard]] Verdict judge(const glm::dvec3& centre, double radius) const override;
-    [[nodiscard]] bool goesOn(Verdict verdict, ClipBox::Test clip) const override;
+    [[nodiscard]] bool goesOn(Verdict verdict, bool hasBackup, ClipBox::Test clip) const override;
     void testPoints(PointBlock& block) const override;
 
 private:

@@ -3,7 +3,7 @@
 #include "nimbrel/NimbrelEngine.h"
 #include "stream/OPCInterface.h"
 
-// The exports that change points in the file.
+// The exports that change points in the file, and those of the history of changes.
 
 namespace {
 
@@ -11,10 +11,18 @@ OPCInterface& rootOf(const PointCloud& cloud) {
     return *cloud.getOPC().getRootNode();
 }
 
+// Begins or ends the recording in all clouds. The caller holds mutex_ exclusively, so that no edit is under way.
+void setHistoryGroupOfAll(HistoryGroup* group) {
+    for (const auto& cloud : pointClouds) rootOf(*cloud).setHistoryGroup(group);
+}
+
 } // namespace
+
+// ---- Editing
 
 void deleteSelectedPoints() {
     changePoints([] {
+        historyTracker.removeTypeFromHistory(HistoryType::SELECTION);
         forEachEnabled([](PointCloud& cloud) {
             if (!cloud.getMask() && cloud.isWritable()) rootOf(cloud).deleteSelectedPoints();
         });
@@ -35,5 +43,61 @@ void setLasValueOnSelectedPoints(int value) {
         forEachEnabled([&byte](PointCloud& cloud) {
             if (!cloud.getMask()) rootOf(cloud).setLasValueOnSelectedPoints(byte);
         });
+    });
+}
+
+// ---- History
+
+void startHistoryRecording(const wchar_t* path, int type) {
+    if (isAnyNull(path)) return;
+    stopHistoryRecording();
+    guarded(0, [path, type] {
+        std::unique_lock lock(mutex_);
+        currentHistory.setPath(path);
+        currentHistory.setType(type);
+        setHistoryGroupOfAll(&currentHistory);
+        return 0;
+    });
+}
+
+bool stopHistoryRecording() {
+    return guarded(false, [] {
+        std::unique_lock lock(mutex_);
+        setHistoryGroupOfAll(nullptr);
+        history = nullptr; // also where no cloud is open any more
+        currentHistory.closeBackupFile();
+        if (currentHistory.isEmpty()) return false;
+        historyTracker.addToHistory(std::move(currentHistory));
+        return true;
+    });
+}
+
+void undo() {
+    guarded(0, [] {
+        historyTracker.undo();
+        return 0;
+    });
+    pointCloudsChanged = true;
+}
+
+void redo() {
+    guarded(0, [] {
+        historyTracker.redo();
+        return 0;
+    });
+    pointCloudsChanged = true;
+}
+
+void clearHistory() {
+    guarded(0, [] {
+        historyTracker.clear();
+        return 0;
+    });
+}
+
+void nimbrelWaitForHistory() {
+    guarded(0, [] {
+        historyTracker.wait();
+        return 0;
     });
 }

@@ -34,6 +34,8 @@ std::atomic<bool> pointCloudsChanged{false};
 ThreadPool cachePool(1);
 ThreadPool opcCache(maxCores());
 std::vector<int> deleteVboList;
+HistoryGroup currentHistory;
+HistoryTracker historyTracker(editMutex, mutex_); // after the clouds, so that its jobs end before them
 OpenGLRenderer renderer;
 FrameDriver frameDriver(renderer);
 std::mutex filterMutex;

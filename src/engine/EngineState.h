@@ -4,6 +4,7 @@
 #include "build/TempCache.h"
 #include "edit/Classifications.h"
 #include "edit/ClipBox.h"
+#include "edit/HistoryTracker.h"
 #include "edit/Match.h"
 #include "edit/PointEditor.h"
 #include "ground/ThreadPool.h"
@@ -39,6 +40,9 @@ extern ThreadPool cachePool;                 // 1 thread: the visibility of node
 extern ThreadPool opcCache;                  // maxCores() threads: index jobs
 extern std::vector<int> deleteVboList; // GPU buffers for the render thread to delete; a close adds to it with mutex_
                                        // held exclusively, the render thread takes from it with mutex_ shared
+
+extern HistoryGroup currentHistory;   // the group being recorded, while `history` points at it
+extern HistoryTracker historyTracker; // what can be undone and redone; has its own lock
 
 extern OpenGLRenderer renderer; // see there for its threads
 extern FrameDriver frameDriver;

@@ -35,6 +35,7 @@ static void stopPool(const char* line, ThreadPool& pool) {
 void shutdownEngine() {
     reset();
     guarded(0, [] {
+        historyTracker.finish(); // its jobs work on the pools that end here
         for (ThreadPool* pool : {&processingPool(), &diskPool(), &cachePool, &opcCache}) pool->accepting = false;
         stopPool("Joining Processor\n", processingPool());
         stopPool("Joining Disk\n", diskPool());
@@ -153,6 +154,7 @@ private:
 } // namespace
 
 static void closeCloud(int id) {
+    historyTracker.wait();
     std::lock_guard oneAtATime(closeMutex); // a second close would open the disk pool under the first
     std::shared_lock shared(mutex_);
     PointCloud* cloud = findCloud(id);
@@ -169,6 +171,8 @@ static void closeCloud(int id) {
     {
         std::unique_lock exclusive(mutex_);
         root.getVBODeleteData(&deleteVboList);
+        historyTracker.forget(cloud->getFile());
+        currentHistory.forget(cloud->getFile());
         const auto entry = std::find_if(pointClouds.begin(), pointClouds.end(),
                                         [cloud](const auto& next) { return next.get() == cloud; });
         closed = std::move(*entry);

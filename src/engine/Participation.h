@@ -5,10 +5,12 @@
 #include "format/OPCHeader.h"
 #include "stream/OPC.h"
 
-// The frame of what changes points or marks: runs change() with the table shared, and while nothing else changes points.
+// The frame of what changes points or marks: runs change() with the table shared, when the undo and redo jobs asked for
+// before are done, and while nothing else changes points.
 template <typename Change>
 void changePoints(Change change) noexcept {
     guarded(0, [&] {
+        historyTracker.wait();
         std::lock_guard oneAtATime(editMutex);
         std::shared_lock lock(mutex_);
         change();

@@ -87,6 +87,7 @@ void selectByBox(ArmedSelection& armed, const double* data, bool deselect, bool 
 
 void selectEverything(ArmedSelection& armed) {
     if (!armed.hasFilters()) {
+        historyTracker.removeTypeFromHistory(HistoryType::SELECTION);
         forEachSelectable([&](PointCloud& cloud) {
             armed.placedOn(cloud);
             rootOf(cloud).selectAllPoints();
@@ -148,7 +149,10 @@ void invertSelectedPoints() {
 }
 
 void clearSelectedPoints() {
-    changePoints([] { forEachEnabled([](PointCloud& cloud) { rootOf(cloud).clearSelectedPoints(); }); });
+    changePoints([] {
+        historyTracker.removeTypeFromHistory(HistoryType::SELECTION);
+        forEachEnabled([](PointCloud& cloud) { rootOf(cloud).clearSelectedPoints(); });
+    });
 }
 
 void setHideSelectedPoints(int id, bool hide) {

@@ -13,6 +13,7 @@
 
 class ClipBox;
 class GPUBatch;
+class HistoryGroup;
 class PointCloudFile;
 class PointEditor;
 class PolygonSelection;
@@ -168,6 +169,13 @@ public:
     // Sets the class of the selected points of the subtree, in the file. Resident vertices keep the old one for now.
     virtual void setLasValueOnSelectedPoints(unsigned char& /*value*/) {}
 
+    // Begins to record the subtree's changes in a group, or ends that with null. The group is one for all nodes.
+    virtual void setHistoryGroup(HistoryGroup* /*group*/) {}
+
+    // Called before a change: adds the node to the group being recorded, once. False when there is no room for its
+    // bytes; what the snapshot was for should then leave the node alone.
+    virtual bool historySnapshot() { return true; }
+
     // Called after a change of selection bits or of the stored bytes: brings the resident vertices up to date and asks
     // for their upload.
     virtual void resetSelectionColours() {}
@@ -199,8 +207,9 @@ public:
     virtual const double* getBoundingBox() { return boundingBox.data(); }
     virtual std::vector<bool> getSelectionBits();
     virtual void setSelectionBits(std::vector<bool> bits);
-    [[nodiscard]] bool hasSelectionBits() const;    // whether there are any, set or not
-    [[nodiscard]] int countSelected() const;        // set bits, of points that the node has
+    [[nodiscard]] bool hasSelectionBits() const; // whether there are any, set or not
+    [[nodiscard]] int countSelected() const;     // set bits, of points that the node has
+    [[nodiscard]] bool isFrom(const PointCloudFile& source) const { return file.get() == &source; }
     [[nodiscard]] bool isWritable() const;          // the node has a source that takes changes
     virtual void setBoundingBox(const double* box); // for the making of a tree alone
     virtual int getVersion() { return version; }
@@ -237,6 +246,7 @@ protected:
 
     std::mutex nodeMutex;                      // orders loading against unloading; before the batch's mutex
     std::atomic<uint8_t> windowVisibility{0};  // bit n: visible in host window n
+    std::atomic<bool> snapshotTaken{false};    // for the group being recorded
     std::atomic<bool> verticesOutdated{false}; // the stored bytes changed since the resident vertices were decoded
     uint8_t bitMask = 0;
     uint8_t bytesPerVertex = 17;

@@ -57,6 +57,8 @@ public:
     void deleteSelectedPoints() override;
     void restorePointCloud() override;
     void setLasValueOnSelectedPoints(unsigned char& value) override;
+    void setHistoryGroup(HistoryGroup* group) override;
+    bool historySnapshot() override;
     void resetSelectionColours() override;
     ThreadPool& getProcessingThreadPool() override;
     ThreadPool& getDiskThreadPool() override;

@@ -1,4 +1,4 @@
-// Edits a cloud at random until it is killed: editVictim FILE SEED
+// Edits a cloud at random until it is killed: editVictim FILE FOLDER SEED
 
 #include "edit/EditCloud.h"
 #include "engine/EngineState.h"
@@ -12,15 +12,17 @@
 
 int main(int count, char** arguments) {
     // Without a standard output, so that the cloud's file must not take its place and the diagnostics.
-    if (count != 3 || ::close(STDOUT_FILENO) != 0) return 2;
+    if (count != 4 || ::close(STDOUT_FILENO) != 0) return 2;
     const std::string path = arguments[1];
-    Random random(static_cast<unsigned>(std::atoi(arguments[2])));
+    const std::string folder = arguments[2];
+    Random random(static_cast<unsigned>(std::atoi(arguments[3])));
     initEngine("key");
     const int id = loadPointCloudFile(std::wstring(path.begin(), path.end()).c_str());
     if (id < 0) return 1;
     const OPC& cloud = findCloud(id)->getOPC();
     for (;;) {
-        const int action = upTo(random, 4);
+        const int action = upTo(random, 6);
+        if (action < 5) startHistoryRecording(std::wstring(folder.begin(), folder.end()).c_str(), action < 2 ? 2 : 1);
         for (int n = 0; n < getNodeCount(id); ++n) {
             std::vector<bool> bits(static_cast<size_t>(upTo(random, 1) * getNodePointCount(id, n)));
             for (size_t i = 0; i < bits.size(); ++i) bits[i] = (random() & 3) == 0;
@@ -35,5 +37,10 @@ int main(int count, char** arguments) {
         }
         if (action == 2 || action == 3) deleteSelectedPoints();
         if (action == 4) restorePointCloud(id);
+        if (action == 5) undo();
+        if (action == 6) redo();
+        stopHistoryRecording();
+        if (historyTracker.depths().first > 20) clearHistory();
+        nimbrelWaitForHistory();
     }
 }

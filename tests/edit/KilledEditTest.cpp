@@ -17,8 +17,8 @@ class KilledEdit : public EngineTest {
 protected:
     // Lets the other program edit the cloud and kills it within some milliseconds. True if that cut a change off.
     bool editAndKill(unsigned seed, int microseconds) const {
-        std::string words[] = {NIMBREL_EDIT_VICTIM, dir.path("cloud"), std::to_string(seed)};
-        char* arguments[] = {words[0].data(), words[1].data(), words[2].data(), nullptr};
+        std::string words[] = {NIMBREL_EDIT_VICTIM, dir.path("cloud"), dir.path("history"), std::to_string(seed)};
+        char* arguments[] = {words[0].data(), words[1].data(), words[2].data(), words[3].data(), nullptr};
         pid_t child = 0;
         EXPECT_EQ(0, ::posix_spawn(&child, NIMBREL_EDIT_VICTIM, nullptr, nullptr, arguments, environ));
         ::usleep(static_cast<useconds_t>(microseconds));
@@ -37,6 +37,7 @@ protected:
 TEST_F(KilledEdit, LosesNoPoint) {
     const char* asked = std::getenv("NIMBREL_KILLS");
     const int kills = asked ? std::atoi(asked) : 60;
+    std::filesystem::create_directory(dir.path("history"));
     int inEdits = 0;
     for (const int version : {17, 18}) {
         Random random(static_cast<unsigned>(version));

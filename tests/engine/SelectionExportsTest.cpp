@@ -1,3 +1,4 @@
+#include "edit/HistoryGroup.h"
 #include "engine/EngineTest.h"
 #include "format/PointStream.h"
 #include "stream/OPC.h"
@@ -293,7 +294,7 @@ TEST_F(SelectionExports, PaintTheBytesOfThePointsThatPass) {
 }
 
 // A box reaches the read-only cloud too, whose file another one has open for writing.
-TEST_F(SelectionExports, PaintNothingThatReadsOnly) {
+TEST_F(SelectionExports, PaintNothingThatReadsOnlyOrHasNoRoomForABackup) {
     Model model(17);
     const Bytes before = model.make();
     const int id = loadPointCloudFile(dir.writeWide("kept", before).c_str());
@@ -302,5 +303,14 @@ TEST_F(SelectionExports, PaintNothingThatReadsOnly) {
     setMask(id, true);
     activateColourProcess(rgb, 100, 100);
     selectPointsByVolume(BIG_BOX, 15, false, false);
+    setMask(id, false);
+    startHistoryRecording(dir.widePath("").c_str(), HistoryType::POINTS);
+    dwFreeBytes = 1 << 30;
+    for (const double radius : {3.0, 1e6}) {
+        const double sphere[4] = {0, 0, 0, radius};
+        activateColourProcess(rgb, 100, 100);
+        selectPointsByVolume(sphere, 4, false, false);
+    }
+    EXPECT_FALSE(stopHistoryRecording());
     EXPECT_TRUE(before == dir.read("kept"));
 }
