@@ -183,7 +183,8 @@ NIMBREL_API int getNodeCount(int id);
  * A point can lie outside its node's box by half the grid that the file was built with, 5 units at most.
  *
  * A voxel model shows one node without children and with one point, whatever getNodeCount says; the rest of `out` is
- * left as it was. getNodePoints gives zeros for that point. Selecting, editing and exporting do nothing there.
+ * left as it was. getNodePoints gives zeros for that point. Selecting, editing, comparing and exporting do nothing
+ * there.
  */
 NIMBREL_API void getTreeStructure(int id, char* out);
 
@@ -793,6 +794,115 @@ typedef struct NimbrelVoxelReport {
 
 /** Copies what is known of the current or last export to `out`. Any thread, any time. */
 NIMBREL_API void nimbrelGetVoxelReport(NimbrelVoxelReport* out);
+/* ---- Analysis: clouds against clouds and meshes ------------------------------------------------------------------
+ * Callable from any thread; each call shares the table of clouds, spreads over the processing threads, and returns when
+ * it is done. Masked and protected clouds take part. A mesh is `count` triangles of 9 doubles, corner by corner, in the
+ * world once `matrix` is applied: a matrix whose top three rows count as they are. A degenerate triangle is passed
+ * over. A node that can't be read has no points here, and nimbrelLastError tells of it. Voxel models are passed over.
+ *
+ * A triangle acts through the prism that stands exactly over it, up to a thickness on both sides. */
+
+/**
+ * Where two clouds touch: at most one contact for each pair of nodes that touch and have no children that do.
+ *
+ * limit  contacts wanted
+ * out    3 doubles a contact, room for `limit`: the point of cloud A, in the world
+ *
+ * Two points touch when nearer than about a 75th of a side of each of their nodes, and only every 25th point of a node
+ * is looked at, so that clouds of any size can be tested. Returns the number of contacts; `limit` of them may mean that
+ * there are more. An unknown or disabled cloud, or twice the same id, gives 0. Where ids repeat the newest cloud
+ * counts.
+ */
+NIMBREL_API int doPointCloudCollision(int idA, int idB, int limit, double* out);
+
+/**
+ * Where a mesh touches a cloud: the points in the prisms of its triangles, each as often as prisms hold it.
+ *
+ * limit  contacts wanted
+ * out    3 doubles a contact, room for `limit`, in the world
+ *
+ * The thickness is the cloud's scale times the smaller of 0.01 and a tenth of the distance from the triangle's centroid
+ * to its farthest corner. Points of nodes with two children are not looked at. Contacts come in no particular order
+ * once there is more than one node. Returns their number; 0 for an unknown or disabled cloud.
+ */
+NIMBREL_API int doMeshCollision(int id, int limit, double* out, const double* triangles, int count,
+                                const double* matrix);
+
+/**
+ * Gives the points of all enabled clouds that are near a mesh their distance from it as class, in the files: from 0 on
+ * the plane of the triangle to 255 (version 18: 15) on the faces of its prism. A point in several prisms gets the
+ * distance from the last of their triangles; points in none keep their class.
+ *
+ * thickness  of the prisms, above 0, in units of the world. Any other number does nothing
+ *
+ * Can't be undone. Clouds that are open read-only keep their classes. Each node of a cloud is read once for all
+ * triangles of a part of the mesh, and written when all of these are done. One call works at a time, further ones wait.
+ */
+NIMBREL_API void classifyPointsByDistance(const double* triangles, int count, const double* matrix, double thickness);
+
+/**
+ * Ends the calls of classifyPointsByDistance that are under way, from another thread, and returns when they have ended.
+ * Nodes that were written stay so. Calls that begin later are not affected.
+ */
+NIMBREL_API void abortPointsByDistance(void);
+
+/**
+ * The same for all functions of this family and for testSurface and calculateErrors: they return what they have found
+ * so far. Does not wait for these.
+ */
+NIMBREL_API void nimbrelAbortAnalysis(void);
+
+/**
+ * How far the call of this family is that is under way, or was last, from 0 to 1; for a progress bar. 1 once it has
+ * ended, less when it was aborted. Of several at a time it is one or the other. Never waits.
+ */
+NIMBREL_API double nimbrelGetAnalysisProgress(void);
+
+/* ---- Surfaces: how a mesh and the points by it agree --------------------------------------------------------------
+ * The points by a triangle are those that its prism holds, which here reaches `thickness` beyond the triangle on all
+ * sides, and that are no farther from its centroid than its farthest corner and twice the thickness. Triangles are in
+ * the world; that last length is in the cloud's units, its scale not applied. Clouds that are disabled, masked or
+ * protected do not take part. A degenerate triangle is passed over. Lengths are in thousandths of a unit: millimetres,
+ * where the unit is a metre. These run on the calling thread and return when they are done; nimbrelGetAnalysisProgress
+ * tells how far they
+ * are, and nimbrelAbortAnalysis ends them. Any thread. */
+
+/**
+ * Selects the points by a triangle, in addition to what is selected, and counts the cells of a grid over the triangle.
+ *
+ * triangle   9 doubles
+ * stats      2 numbers that are added to: cells of the grid, and those of them that hold no point. Null: no counting. A
+ *            triangle without points adds nothing. The numbers stop at INT32_MAX
+ * thickness  of the prism
+ * cellSize   of the grid; at 0 or less nothing is counted
+ *
+ * Frames do not show the new marks until the node is drawn anew. A triangle with more than 268,435,456 cells is
+ * selected by and not counted, and nimbrelLastError says so. Of a cloud that is placed, the places in the file decide
+ * about the cells: it is meant for clouds without a placement.
+ */
+NIMBREL_API void selectPointsByTriangle(const double* triangle, int* stats, double thickness, double cellSize);
+
+/**
+ * How much of a mesh is covered by points: the share of the cells with points, over the triangles that have points by
+ * them, from 0 to 1; 0 without any cell.
+ *
+ * triangles            9 doubles a triangle, `count` of them
+ * thickness, cellSize  as above
+ *
+ * The points stay selected.
+ */
+NIMBREL_API double testSurface(const double* triangles, int count, double thickness, double cellSize);
+
+/**
+ * How far the points by each triangle of a mesh lie from its plane.
+ *
+ * results  out: 4 doubles, the smallest distance, the largest, the mean over all points, and the mean over all
+ *          triangles of the standard deviation, in which a triangle without points counts as 0. Without any point
+ *          9999999999, 0, 0, 0
+ *
+ * Clears the selection; the points by the last triangle are selected at the end, unless it was aborted.
+ */
+NIMBREL_API void calculateErrors(const double* triangles, int count, double thickness, double* results);
 /* ---- Load notification ------------------------------------------------------------------------------------------ */
 
 /**

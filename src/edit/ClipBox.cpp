@@ -10,7 +10,10 @@ void ClipBox::setPlanes(const Planes& value) {
 
 ClipBox::Test ClipBox::testIntersection(double x, double y, double z, double radius) const {
     const double r = glm::length(transformation * glm::dvec4(0.0, 0.0, radius, 0.0));
-    const glm::dvec3 q(transformation * glm::dvec4(x, y, z, 1.0));
+    return testPlaced(glm::dvec3(transformation * glm::dvec4(x, y, z, 1.0)), r);
+}
+
+ClipBox::Test ClipBox::testPlaced(const glm::dvec3& q, double r) const {
     bool isCut = false;
     for (size_t i = 0; i < planes.size(); i += 2) {
         const double d = glm::dot(planes[i], q - planes[i + 1]);
@@ -25,7 +28,10 @@ ClipBox::Test ClipBox::testIntersection(double x, double y, double z, double rad
 }
 
 bool ClipBox::contains(double x, double y, double z) const {
-    const glm::dvec3 q(transformation * glm::dvec4(x, y, z, 1.0));
+    return containsPlaced(glm::dvec3(transformation * glm::dvec4(x, y, z, 1.0)));
+}
+
+bool ClipBox::containsPlaced(const glm::dvec3& q) const {
     for (size_t i = 0; i < planes.size(); i += 2) {
         if (glm::dot(planes[i], q - planes[i + 1]) > 0.0) return false;
     }

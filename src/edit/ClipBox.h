@@ -43,6 +43,10 @@ public:
     // A place exactly on a face is inside.
     [[nodiscard]] bool contains(double x, double y, double z) const;
 
+    // The same two for what was put through the transformation already.
+    [[nodiscard]] Test testPlaced(const glm::dvec3& q, double r) const;
+    [[nodiscard]] bool containsPlaced(const glm::dvec3& q) const;
+
     // The plane 0 to 5 put through the transformation: a place p is inside where dot(p, equation) is positive. For
     // this one the transformation leads from the planes' space to the place's.
     [[nodiscard]] glm::dvec4 getPlaneEquation(int index) const;

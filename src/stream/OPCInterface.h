@@ -11,14 +11,18 @@
 #include <span>
 #include <vector>
 
+class AnalysisRun;
 class ClipBox;
+class CollisionHits;
 class GPUBatch;
 class HistoryGroup;
 class PointCloudFile;
 class PointEditor;
 class PolygonSelection;
 class ThreadPool;
+class TriangleFindings;
 class VoxelMap;
+struct MeshPrisms;
 struct ModelGrid;
 struct SelectionFilters;
 struct ViewCriteria;
@@ -179,6 +183,25 @@ public:
     // Called after a change of selection bits or of the stored bytes: brings the resident vertices up to date and asks
     // for their upload.
     virtual void resetSelectionColours() {}
+
+    // The analyses of a subtree; the matrices lead to the world. What has no points of its own, such as a voxel model,
+    // does nothing in any of them.
+
+    // Adds the places at which this cloud's points touch those of `other`, one a pair of nodes at most.
+    virtual void doCollisionTest(OPCInterface& /*other*/, const glm::dmat4& /*matrixA*/, const glm::dmat4& /*matrixB*/,
+                                 CollisionHits& /*hits*/, AnalysisRun& /*run*/) {}
+
+    // Adds the points that lie in the prisms, each as often as prisms hold it.
+    virtual void doMeshCollisionTest(const MeshPrisms& /*prisms*/, const glm::dmat4& /*matrix*/,
+                                     CollisionHits& /*hits*/, AnalysisRun& /*run*/) {}
+
+    // Gives the points in the prisms, in the file, their distance from the triangle as class; the last prism counts.
+    virtual void classifyPointsByDistance(const MeshPrisms& /*prisms*/, const glm::dmat4& /*matrix*/,
+                                          double /*thickness*/, AnalysisRun& /*run*/) {}
+
+    // Tells `findings` of the points within `radius` of `centre`, in the file's coordinates, that `prism` contains.
+    virtual void selectPointsBySphere2(const glm::dvec3& /*centre*/, double /*radius*/, const ClipBox& /*prism*/,
+                                       TriangleFindings& /*findings*/) {}
 
     // Reads the node's stored bytes; false when there are none to read, or not all of them lie in the source.
     virtual bool loadPointData(std::vector<unsigned char>& buffer) = 0;

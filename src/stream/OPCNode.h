@@ -60,6 +60,14 @@ public:
     void setHistoryGroup(HistoryGroup* group) override;
     bool historySnapshot() override;
     void resetSelectionColours() override;
+    void doCollisionTest(OPCInterface& other, const glm::dmat4& matrixA, const glm::dmat4& matrixB, CollisionHits& hits,
+                         AnalysisRun& run) override;
+    void doMeshCollisionTest(const MeshPrisms& prisms, const glm::dmat4& matrix, CollisionHits& hits,
+                             AnalysisRun& run) override;
+    void classifyPointsByDistance(const MeshPrisms& prisms, const glm::dmat4& matrix, double thickness,
+                                  AnalysisRun& run) override;
+    void selectPointsBySphere2(const glm::dvec3& centre, double radius, const ClipBox& prism,
+                               TriangleFindings& findings) override;
     ThreadPool& getProcessingThreadPool() override;
     ThreadPool& getDiskThreadPool() override;
     bool loadPointDataToGPUFormat(std::span<unsigned char> out) override;
