@@ -36,6 +36,8 @@ static void describeProgram(CLI::App& program) {
                    "  nimbrel view town.opc                  look at it in a window\n"
                    "  nimbrel render town.opc -o town.png    or draw it into a picture\n"
                    "  nimbrel points town.opc -o back.las    get the points back\n"
+                   "  nimbrel edit town.opc --select class:5 --delete\n"
+                   "                                         take some out; 'restore' brings them back\n"
                    "  nimbrel export town.opc -o town.obj    make a model of cubes of it\n\n"
                    "'nimbrel COMMAND --help' tells more. Exit status: 0 done, 1 failed, 2 wrong usage,\n"
                    "128 + N ended by signal N (130 for Ctrl-C; unfinished files are removed).");
@@ -73,10 +75,12 @@ static int parseAndRun(int argc, const char* const* argv, Host& host) {
     Switches switches;
     describeProgram(program);
     addBuildCommand(program, chosen);
+    addEditCommand(program, chosen);
     addExportCommand(program, chosen);
     addInfoCommand(program, chosen);
     addPointsCommand(program, chosen);
     addRenderCommand(program, chosen);
+    addRestoreCommand(program, chosen);
     addSampleCommand(program, chosen);
     addViewCommand(program, chosen);
     addSwitches(program, switches);

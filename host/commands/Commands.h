@@ -24,10 +24,12 @@ using Command = std::function<void(Host&)>;
 
 // Each adds one command to the program's grammar; parsing the command sets `chosen`.
 void addBuildCommand(CLI::App& program, Command& chosen);
+void addEditCommand(CLI::App& program, Command& chosen);
 void addExportCommand(CLI::App& program, Command& chosen);
 void addInfoCommand(CLI::App& program, Command& chosen);
 void addPointsCommand(CLI::App& program, Command& chosen);
 void addRenderCommand(CLI::App& program, Command& chosen);
+void addRestoreCommand(CLI::App& program, Command& chosen);
 void addSampleCommand(CLI::App& program, Command& chosen);
 void addViewCommand(CLI::App& program, Command& chosen);
 

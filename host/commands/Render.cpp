@@ -1,4 +1,5 @@
 #include "cloud/EngineSession.h"
+#include "commands/CheckedBy.h"
 #include "commands/Commands.h"
 #include "support/Failure.h"
 #include "support/OutputPath.h"
@@ -57,15 +58,6 @@ static std::optional<Colour> parseColour(std::string_view text) {
     if (error != std::errc{} || end != text.data() + 7) return std::nullopt;
     return Colour{static_cast<unsigned char>(value >> 16), static_cast<unsigned char>(value >> 8 & 255),
                   static_cast<unsigned char>(value & 255)};
-}
-
-template <typename Parse>
-static CLI::Validator checkedBy(Parse parse, const char* what) {
-    return CLI::Validator(
-        [=](const std::string& text) {
-            return parse(text) ? std::string() : fmt::format("'{}' is not {}", text, what);
-        },
-        "");
 }
 
 static glm::dvec3 pointOf(const std::array<double, 3>& values) {
