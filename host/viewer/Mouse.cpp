@@ -21,11 +21,15 @@ void Mouse::drag(ViewerState& state) const {
     const glm::dvec2 way = pixelsOf(io.MouseDelta);
     if (way.x == 0.0 && way.y == 0.0) return;
     const bool left = ImGui::IsMouseDown(ImGuiMouseButton_Left);
-    const bool isPan = ImGui::IsMouseDown(ImGuiMouseButton_Right) || ImGui::IsMouseDown(ImGuiMouseButton_Middle) ||
-                       (left && io.KeyShift && !state.flying);
+    const bool middle = ImGui::IsMouseDown(ImGuiMouseButton_Middle);
+    const bool hasTool = state.tool != Tool::NONE; // which then takes the left button
+    const bool isPan = ImGui::IsMouseDown(ImGuiMouseButton_Right) || (middle && !hasTool) ||
+                       (left && io.KeyShift && !state.flying && !hasTool);
     const double angle = HALF_TURN / state.size.height;
     if (isPan) {
         state.camera.pan(way, state.size);
+    } else if (hasTool) {
+        if (middle) state.camera.orbit(-way.x * angle, -way.y * angle);
     } else if (left && state.flying) {
         state.camera.look(-way.x * angle, -way.y * angle);
     } else if (left && ImGui::IsMouseDragging(ImGuiMouseButton_Left)) {
@@ -55,6 +59,34 @@ void Mouse::click(ViewerState& state) {
     }
 }
 
+void Mouse::drawStroke(ViewerState& state) const {
+    constexpr double LEAST_STEP = 3.0; // pixels, between the corners of a lasso
+    const ImGuiIO& io = ImGui::GetIO();
+    const glm::dvec2 at = pixelsOf(io.MousePos);
+    if (ImGui::IsMouseClicked(ImGuiMouseButton_Left)) {
+        state.strokeLine = {at, at};
+        state.sphereRadius = 0.0;
+        const auto pick = state.tool == Tool::SPHERE ? state.scene.pick(state.camera, state.size, at) : std::nullopt;
+        if (pick) state.sphereCentre = pick->position;
+        if (state.tool == Tool::SPHERE && !pick) state.announce("Press on a point, the centre of the sphere");
+    }
+    if (state.strokeLine.empty()) return;
+    if (state.tool == Tool::LASSO && glm::length(at - state.strokeLine.back()) >= LEAST_STEP) {
+        state.strokeLine.push_back(at);
+    }
+    if (state.tool == Tool::RECTANGLE) state.strokeLine.back() = at;
+    if (state.sphereCentre) {
+        const glm::dvec3 surface = state.camera.pointAtDepthOf(*state.sphereCentre, at, state.size);
+        state.sphereRadius = glm::length(surface - *state.sphereCentre);
+    }
+    if (!ImGui::IsMouseReleased(ImGuiMouseButton_Left)) return;
+    const Editor::Mode mode = state.editor.mode;
+    if (mode != Editor::Mode::PAINT && io.KeyShift) state.editor.mode = Editor::Mode::ADD;
+    if (mode != Editor::Mode::PAINT && io.KeyCtrl) state.editor.mode = Editor::Mode::SUBTRACT;
+    state.endStroke(false);
+    state.editor.mode = mode;
+}
+
 void Mouse::flyOn(ViewerState& state, GLFWwindow* window) {
     const auto held = [window](int key) { return glfwGetKey(window, key) == GLFW_PRESS ? 1.0 : 0.0; };
     const glm::dvec3 way{held(GLFW_KEY_D) - held(GLFW_KEY_A), held(GLFW_KEY_E) - held(GLFW_KEY_Q),
@@ -77,7 +109,11 @@ void Mouse::update(ViewerState& state, GLFWwindow* window) {
     flyOn(state, window);
     if (io.WantCaptureMouse) return;
     drag(state);
-    click(state);
+    if (state.tool != Tool::NONE) {
+        drawStroke(state);
+    } else {
+        click(state);
+    }
     if (io.MouseWheel == 0.0F) return;
     const glm::dvec2 pixel = pixelsOf(io.MousePos);
     const auto pick = state.scene.pick(state.camera, state.size, pixel);

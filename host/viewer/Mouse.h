@@ -17,6 +17,7 @@ public:
 private:
     void drag(ViewerState& state) const;
     void click(ViewerState& state);
+    void drawStroke(ViewerState& state) const;
     void flyOn(ViewerState& state, GLFWwindow* window);
 
     bool moving = false;

@@ -4,7 +4,9 @@
 #include <GLFW/glfw3.h>
 #include <imgui.h>
 
+#include <cmath>
 #include <fmt/format.h>
+#include <vector>
 
 // Drawn by the user interface from projected points, over everything: a line through a cloud stays visible.
 
@@ -70,6 +72,26 @@ static void drawMeasurement(const ViewerState& state) {
     list.AddText(at, YELLOW, text.c_str());
 }
 
+// The shape that the left button is drawing.
+static void drawStroke(const ViewerState& state) {
+    const ImVec2 scale = ImGui::GetIO().DisplayFramebufferScale;
+    ImDrawList& list = *ImGui::GetBackgroundDrawList();
+    std::vector<ImVec2> line;
+    for (const glm::dvec2& pixel : state.strokeLine) {
+        line.emplace_back(static_cast<float>(pixel.x) / scale.x, static_cast<float>(pixel.y) / scale.y);
+    }
+    if (state.tool == Tool::LASSO) {
+        list.AddPolyline(line.data(), static_cast<int>(line.size()), YELLOW, ImDrawFlags_Closed, 1.5F);
+    } else if (state.tool == Tool::RECTANGLE && line.size() == 2) {
+        list.AddRect(line[0], line[1], YELLOW, 0.0F, 0, 1.5F);
+    } else if (state.sphereCentre) {
+        // As wide as the sphere is across the line of sight.
+        const auto centre = onScreen(state, *state.sphereCentre);
+        const auto edge = onScreen(state, *state.sphereCentre + state.camera.right() * state.sphereRadius);
+        if (centre && edge) list.AddCircle(*centre, std::abs(edge->x - centre->x), YELLOW, 0, 1.5F);
+    }
+}
+
 static constexpr ImGuiWindowFlags BARE = ImGuiWindowFlags_NoDecoration | ImGuiWindowFlags_AlwaysAutoResize |
                                          ImGuiWindowFlags_NoInputs | ImGuiWindowFlags_NoFocusOnAppearing;
 
@@ -87,11 +109,12 @@ static void drawHelp() {
     ImGui::SetNextWindowBgAlpha(0.9F);
     if (ImGui::Begin("keys", nullptr, BARE)) {
         for (const KeyBinding& binding : keyBindings()) ImGui::Text("%c      %s", binding.key, binding.effect);
-        ImGui::Text("Esc    End measuring, flying or this list");
+        ImGui::Text("Esc    Put down the tool, end measuring, flying or this list");
         ImGui::Separator();
         ImGui::Text("Drag left        Orbit around the ring");
         ImGui::Text("Drag right       Move (also middle, or Shift and left)");
         ImGui::Text("Wheel            Zoom to what is under the cursor");
+        ImGui::Text("With a tool      Left draws, middle orbits; Shift adds, Ctrl takes away");
         ImGui::Text("Click            Tell about a point");
         ImGui::Text("Double click     Orbit around that point from now on");
     }
@@ -102,6 +125,7 @@ void drawOverlay(const ViewerState& state) {
     if (state.clipping) drawClipBox(state);
     drawPivot(state);
     drawMeasurement(state);
+    if (!state.strokeLine.empty()) drawStroke(state);
     if (glfwGetTime() < state.messageEnd) drawMessage(state);
     if (state.showHelp) drawHelp();
 }

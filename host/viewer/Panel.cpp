@@ -149,6 +149,80 @@ static void drawMeasuring(ViewerState& state) {
     if (!state.measuring && state.picked) drawPoint(state, "point", *state.picked);
 }
 
+template <typename Choice>
+static void drawChoices(Choice& value, std::initializer_list<std::pair<const char*, Choice>> choices) {
+    bool isFirst = true;
+    for (const auto& [name, choice] : choices) {
+        if (!isFirst) ImGui::SameLine();
+        isFirst = false;
+        if (ImGui::RadioButton(name, value == choice)) value = choice;
+    }
+}
+
+static void drawPaint(Paint& paint) {
+    drawChoices(paint.kind, {{"colour", Paint::Kind::COLOUR},
+                             {"brightness", Paint::Kind::BRIGHTNESS},
+                             {"contrast", Paint::Kind::CONTRAST}});
+    if (paint.kind != Paint::Kind::COLOUR) {
+        ImGui::SliderInt("amount", &paint.amount, -200, 200);
+        return;
+    }
+    float colour[3];
+    for (size_t i = 0; i < 3; ++i) colour[i] = static_cast<float>(paint.colour[i]) / 255.0F;
+    if (ImGui::ColorEdit3("paint", colour)) {
+        for (size_t i = 0; i < 3; ++i) {
+            paint.colour[i] = static_cast<unsigned char>(std::lround(std::clamp(colour[i], 0.0F, 1.0F) * 255.0F));
+        }
+    }
+    ImGui::SliderInt("coverage", &paint.coverage, 0, 100, "%d %%");
+    ImGui::SliderInt("strength", &paint.strength, 0, 100, "%d %%");
+}
+
+static void drawTools(ViewerState& state) {
+    Tool tool = state.tool;
+    drawChoices(
+        tool, {{"turn", Tool::NONE}, {"lasso", Tool::LASSO}, {"rectangle", Tool::RECTANGLE}, {"sphere", Tool::SPHERE}});
+    if (tool != state.tool) state.toggleTool(tool == Tool::NONE ? state.tool : tool);
+    drawChoices(state.editor.mode, {{"select", Editor::Mode::REPLACE},
+                                    {"add", Editor::Mode::ADD},
+                                    {"take away", Editor::Mode::SUBTRACT},
+                                    {"paint", Editor::Mode::PAINT}});
+    if (state.editor.mode == Editor::Mode::PAINT) drawPaint(state.editor.paint);
+}
+
+static void editButton(ViewerState& state, const char* label, void (*change)(Editor& editor), bool onSameLine = true) {
+    if (onSameLine) ImGui::SameLine();
+    if (ImGui::Button(label)) state.edit(change);
+}
+
+static void drawEdit(ViewerState& state) {
+    drawTools(state);
+    editButton(
+        state, "All", [](Editor& editor) { editor.selectAll(); }, false);
+    editButton(state, "None", [](Editor& editor) { editor.selectNone(); });
+    editButton(state, "Invert", [](Editor& editor) { editor.invert(); });
+    editButton(state, "Same class", [](Editor& editor) { editor.growByClass(); });
+    if (state.clipping) {
+        ImGui::SameLine();
+        const Box box = state.clipBox;
+        if (ImGui::Button("In clip")) state.edit([&box](Editor& editor) { editor.strokeBox(box); });
+    }
+    text(grouped(state.editor.selectedPoints()) + " points selected");
+    editButton(
+        state, "Delete", [](Editor& editor) { editor.deleteSelected(); }, false);
+    editButton(state, "Undo", [](Editor& editor) { editor.undo(); });
+    editButton(state, "Redo", [](Editor& editor) { editor.redo(); });
+    editButton(state, "Restore deleted", [](Editor& editor) { editor.restoreDeleted(); });
+    if (ImGui::InputInt("class", &state.classToGive)) state.classToGive = std::clamp(state.classToGive, 0, 255);
+    ImGui::SameLine();
+    if (ImGui::Button("Classify")) {
+        const auto number = static_cast<unsigned char>(state.classToGive);
+        state.edit([number](Editor& editor) { editor.classifySelected(number); });
+    }
+    bool hidden = state.editor.isSelectedHidden();
+    if (ImGui::Checkbox("hide selected", &hidden)) state.editor.setSelectedHidden(hidden);
+}
+
 static bool section(const char* name) {
     return ImGui::CollapsingHeader(name, ImGuiTreeNodeFlags_DefaultOpen);
 }
@@ -170,6 +244,7 @@ void drawPanel(ViewerState& state) {
             }
         }
         if (section("Clip")) drawClip(state);
+        if (section("Select and edit")) drawEdit(state);
         if (section("Measure")) drawMeasuring(state);
         if (ImGui::Button("Save picture (P)")) state.screenshotWanted = true;
         ImGui::SameLine();

@@ -162,7 +162,7 @@ void Scene::setColouring(Colouring colouring) {
 }
 
 // The engine wants one face of each axis first and then the opposite three, normals outwards.
-void Scene::applyClip() const {
+void Scene::armClip() const {
     if (!look.clip) return;
     std::array<double, 36> planes{};
     for (size_t face = 0; face < 6; ++face) {
@@ -235,7 +235,7 @@ void Scene::load(const Camera& camera, PixelSize size, bool wait) {
     const glm::dmat4 projection = camera.projectionMatrix(size.aspect(), bounds());
     const glm::dvec3 eye = camera.eye();
     applyLooks(camera, size);
-    applyClip();
+    armClip();
     setCamera(WINDOW, glm::value_ptr(view), glm::value_ptr(projection), glm::value_ptr(eye),
               camera.fieldOfView() * 180.0 / std::numbers::pi, size.height, wait);
 }
@@ -261,7 +261,7 @@ void Scene::draw(const Camera& camera, PixelSize size) {
     // From over the beholder's left shoulder.
     const glm::vec3 light = glm::normalize(camera.forward() + camera.right() * 0.5 - camera.up() * 0.6);
     applyLooks(camera, size);
-    applyClip();
+    armClip();
     applyRamp(camera);
     setRenderCamera(WINDOW, glm::value_ptr(view), glm::value_ptr(projection), viewport.data(), viewport.data(),
                     look.lit ? 1 : 0, glm::value_ptr(light));

@@ -63,6 +63,8 @@ public:
     void load(const Camera& camera, PixelSize size, bool wait);
     // Calls load() until nothing more comes; at most some hundred times.
     void loadAll(const Camera& camera, PixelSize size);
+    // Limits the next operation of the engine to what is within the clip, if there is one.
+    void armClip() const;
     // Draws into the bound framebuffer, over what is there, from its lower left corner.
     void draw(const Camera& camera, PixelSize size);
     // Points of the last load() that are in memory.
@@ -80,7 +82,6 @@ private:
     void openCloud(const std::string& path);
     void placeCloud(Cloud& cloud) const;
     void readSample(Cloud& cloud) const;
-    void applyClip() const;
     void applyRamp(const Camera& camera) const;
     void applyLooks(const Camera& camera, PixelSize size) const;
 

@@ -52,6 +52,7 @@ public:
 
 private:
     void watchEvents();
+    void pressNamedKey(int key, int modifiers);
     void noteNews();
     void drawFrame();
     void drawInterface();
@@ -81,17 +82,25 @@ void Viewer::watchEvents() {
     glfwSetCursorPosCallback(handle, [](GLFWwindow* owner, double, double) { wakeOwner(owner); });
     glfwSetMouseButtonCallback(handle, [](GLFWwindow* owner, int, int, int) { wakeOwner(owner); });
     glfwSetScrollCallback(handle, [](GLFWwindow* owner, double, double) { wakeOwner(owner); });
-    glfwSetKeyCallback(handle, [](GLFWwindow* owner, int key, int, int action, int) {
+    glfwSetKeyCallback(handle, [](GLFWwindow* owner, int key, int, int action, int modifiers) {
         wakeOwner(owner);
-        if (key == GLFW_KEY_ESCAPE && action == GLFW_PRESS) {
-            static_cast<Viewer*>(glfwGetWindowUserPointer(owner))->state.cancel();
-        }
+        if (action == GLFW_PRESS) static_cast<Viewer*>(glfwGetWindowUserPointer(owner))->pressNamedKey(key, modifiers);
     });
     glfwSetCharCallback(handle, [](GLFWwindow* owner, unsigned character) {
         wakeOwner(owner);
         if (ImGui::GetIO().WantTextInput) return;
         pressKey(character, static_cast<Viewer*>(glfwGetWindowUserPointer(owner))->state);
     });
+}
+
+// Keys that stand for no character.
+void Viewer::pressNamedKey(int key, int modifiers) {
+    if (key == GLFW_KEY_ESCAPE) state.cancel();
+    if (ImGui::GetIO().WantTextInput) return;
+    const bool control = (modifiers & GLFW_MOD_CONTROL) != 0;
+    if (key == GLFW_KEY_DELETE) pressKey('x', state);
+    if (control && key == GLFW_KEY_Z) pressKey('z', state);
+    if (control && key == GLFW_KEY_Y) pressKey('y', state);
 }
 
 void Viewer::noteNews() {

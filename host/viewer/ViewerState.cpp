@@ -1,11 +1,15 @@
 #include "viewer/ViewerState.h"
+#include "support/Text.h"
 
 #include <GLFW/glfw3.h>
+#include <nimbrel/NimbrelEngine.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <utility>
 
-ViewerState::ViewerState(Scene& shown) : scene(shown), clipBox(shown.bounds()) {
+ViewerState::ViewerState(Scene& shown) : scene(shown), clipBox(shown.bounds()), editor(shown) {
     camera.setView(StandardView::ISO);
     setColouring(scene.suggestColouring());
     for (Scene::Cloud& cloud : scene.clouds) cloud.look.detail = 50; // half a second's worth on a modest machine
@@ -49,9 +53,43 @@ void ViewerState::setClipping(bool on) {
     scene.look.clip = on ? std::optional(clipBox) : std::nullopt;
 }
 
+void ViewerState::toggleTool(Tool newTool) {
+    endStroke(true);
+    tool = tool == newTool ? Tool::NONE : newTool;
+    static constexpr const char* HINTS[] = {
+        "Drag turns the camera", "Lasso: draw around points; Shift adds, Ctrl takes away",
+        "Rectangle: drag from corner to corner; Shift adds, Ctrl takes away",
+        "Sphere: press on a point and drag to its surface; Shift adds, Ctrl takes away"};
+    announce(HINTS[static_cast<size_t>(tool)]);
+}
+
+void ViewerState::edit(const std::function<void(Editor&)>& change) {
+    const std::string before = nimbrelLastError();
+    change(editor);
+    const std::string reason = nimbrelLastError();
+    announce(reason.empty() || reason == before ? grouped(editor.selectedPoints()) + " points selected"
+                                                : "Not everything was changed: " + reason);
+}
+
+void ViewerState::endStroke(bool dropped) {
+    const std::vector<glm::dvec2> line = std::exchange(strokeLine, {});
+    const std::optional<glm::dvec3> centre = std::exchange(sphereCentre, std::nullopt);
+    if (dropped) return;
+    if (tool == Tool::SPHERE && centre && sphereRadius > 0.0) {
+        edit([&](Editor& target) { target.strokeSphere(*centre, sphereRadius); });
+    } else if (tool == Tool::LASSO && line.size() > 2) {
+        edit([&](Editor& target) { target.strokePolygon(camera, size, line); });
+    } else if (tool == Tool::RECTANGLE && line.size() == 2 && line[0] != line[1]) {
+        const std::array corners{line[0], glm::dvec2(line[1].x, line[0].y), line[1], glm::dvec2(line[0].x, line[1].y)};
+        edit([&](Editor& target) { target.strokePolygon(camera, size, corners); });
+    }
+}
+
 void ViewerState::cancel() {
     if (showHelp) {
         showHelp = false;
+    } else if (tool != Tool::NONE) {
+        toggleTool(tool);
     } else if (measuring) {
         measuring = false;
         measureStart.reset();
