@@ -13,7 +13,7 @@
 
 // Parsing, and the one place where a command's end becomes an exit status and a message.
 
-static constexpr int DONE = 0;
+static constexpr int DONE = 0; // a command may have a status of its own instead
 static constexpr int FAILED = 1;
 static constexpr int WRONG_USAGE = 2;
 
@@ -38,6 +38,7 @@ static void describeProgram(CLI::App& program) {
                    "  nimbrel points town.opc -o back.las    get the points back\n"
                    "  nimbrel edit town.opc --select class:5 --delete\n"
                    "                                         take some out; 'restore' brings them back\n"
+                   "  nimbrel collide town.opc crane.stl     find where it touches a mesh\n"
                    "  nimbrel export town.opc -o town.obj    make a model of cubes of it\n\n"
                    "'nimbrel COMMAND --help' tells more. Exit status: 0 done, 1 failed, 2 wrong usage,\n"
                    "128 + N ended by signal N (130 for Ctrl-C; unfinished files are removed).");
@@ -70,13 +71,18 @@ static int reportParse(const CLI::App& program, const CLI::ParseError& error, Ho
 }
 
 static int parseAndRun(int argc, const char* const* argv, Host& host) {
-    CLI::App program("Builds point files of any size, shows them, looks into them, and gets their points back.");
+    CLI::App program(
+        "Builds point files of any size, shows them, looks into them, compares them, and gets their points back.");
     Command chosen;
     Switches switches;
     describeProgram(program);
     addBuildCommand(program, chosen);
+    addCollideCommand(program, chosen);
+    addCoverageCommand(program, chosen);
+    addDeviationCommand(program, chosen);
     addEditCommand(program, chosen);
     addExportCommand(program, chosen);
+    addGradeCommand(program, chosen);
     addInfoCommand(program, chosen);
     addPointsCommand(program, chosen);
     addRenderCommand(program, chosen);
@@ -93,14 +99,14 @@ static int parseAndRun(int argc, const char* const* argv, Host& host) {
     host.output.redirectLog(switches.verbose);
     chosen(host);
     host.output.flush();
-    return DONE;
+    return host.status;
 }
 
 static int runToEnd(int argc, const char* const* argv, Host& host) {
     try {
         return parseAndRun(argc, argv, host);
     } catch (const OutputClosed&) {
-        return DONE;
+        return host.status;
     } catch (const UsageFailure& failure) {
         host.console.error(failure.what());
         return WRONG_USAGE;

@@ -17,6 +17,7 @@ class Validator;
 struct Host {
     Console console;
     StandardOutput output;
+    int status = 0; // exit status of a command that does its work; not 0 where the result is a yes or no
 };
 
 // What the command line asks for, to be run once it is parsed. Throws what it cannot deal with.
@@ -24,8 +25,12 @@ using Command = std::function<void(Host&)>;
 
 // Each adds one command to the program's grammar; parsing the command sets `chosen`.
 void addBuildCommand(CLI::App& program, Command& chosen);
+void addCollideCommand(CLI::App& program, Command& chosen);
+void addCoverageCommand(CLI::App& program, Command& chosen);
+void addDeviationCommand(CLI::App& program, Command& chosen);
 void addEditCommand(CLI::App& program, Command& chosen);
 void addExportCommand(CLI::App& program, Command& chosen);
+void addGradeCommand(CLI::App& program, Command& chosen);
 void addInfoCommand(CLI::App& program, Command& chosen);
 void addPointsCommand(CLI::App& program, Command& chosen);
 void addRenderCommand(CLI::App& program, Command& chosen);
