@@ -98,6 +98,24 @@ NIMBREL_API const char* nimbrelLastError(void);
 NIMBREL_API int loadPointCloudFile(const wchar_t* path);
 
 /**
+ * Opens a cloud of a point server over HTTP or HTTPS, read only. Asks for its description and its tree; points are
+ * asked for node by node as they come into view, several nodes at once. docs/network.md tells what a server has to
+ * answer.
+ *
+ * url  scheme, "://", host, ":", port, path, such as http://localhost:8080/town.opc. The port must be there, the host
+ *      is a name or an IPv4 address. A blank is sent as %20. Certificates are checked against those of the system.
+ *
+ * Returns the id, with which it is as for loadPointCloudFile, or -1: the engine is not armed, the URL is not of this
+ * form, the server does not answer, or its answers do not fit each other or the protocol. nimbrelLastError tells which.
+ *
+ * Blocks for the two answers. A server may take 300 seconds to accept a connection and 5 seconds between two bytes; an
+ * answer whose headers take longer than 15 seconds, or whose body comes at less than 1 KiB a second beyond that, is
+ * given up. A node that can't be read is a failed read, and asked for again at the next camera; a close gives up what
+ * is under way. Coordinates come as 32-bit floats relative to the minimum corner of their node.
+ */
+NIMBREL_API int loadPointCloudNetwork(const wchar_t* url);
+
+/**
  * Closes a cloud, once the load jobs of all clouds have stopped and undo and redo are done. Any selection of it and its
  * part in the history are lost. After edits it waits until the file is on the disk.
  */

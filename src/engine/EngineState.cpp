@@ -10,9 +10,18 @@ namespace {
 // First of all, so that the pools outlive what hands them jobs.
 [[maybe_unused]] const bool POOLS_ARE_MADE = (diskPool(), processingPool(), buildPool(), true);
 
-// At exit, load jobs may still be under way on nodes of clouds that the host left open. Destroyed before pointClouds.
+} // namespace
+
+OPCCreator opcCreator;
+TempCache tempCache;
+std::vector<std::unique_ptr<PointCloud>> pointClouds;
+
+namespace {
+
+// At exit, load jobs may still be under way on nodes of clouds that the host left open.
 struct LoadsEndFirst {
     ~LoadsEndFirst() {
+        for (const auto& cloud : pointClouds) cloud->endReadAhead();
         diskPool().accepting = false;
         diskPool().ClearAll();
         diskPool().WaitAll();
@@ -21,10 +30,6 @@ struct LoadsEndFirst {
 
 } // namespace
 
-OPCCreator opcCreator;
-TempCache tempCache;
-std::vector<std::unique_ptr<PointCloud>> pointClouds;
-static const LoadsEndFirst LOADS_END_FIRST;
 std::shared_mutex mutex_;
 std::mutex loadMutex;
 std::mutex closeMutex;
@@ -45,6 +50,10 @@ PointEditor pointEditor;
 Shader shader;
 Classifications classifications;
 std::atomic<bool> processingAtomic{false};
+
+void endLoadsBeforeExit() {
+    static const LoadsEndFirst LOADS_END_FIRST;
+}
 
 PointCloud* findCloud(int id) {
     const auto entry =

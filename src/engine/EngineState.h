@@ -54,6 +54,10 @@ extern Shader shader;                      // armed for one frame
 extern Classifications classifications;    // stays until the host replaces it
 extern std::atomic<bool> processingAtomic; // a selection is under way; frames leave the clip box armed meanwhile
 
+// At the end of the process, ends loading before anything made up to the first call of this is torn down. Called with
+// each cloud that was read, by when the HTTP library has made what it keeps for the process.
+void endLoadsBeforeExit();
+
 // The first entry with this id, since ids can repeat; null if there is none. The caller holds mutex_.
 PointCloud* findCloud(int id);
 

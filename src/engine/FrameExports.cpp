@@ -5,10 +5,12 @@
 
 #include "engine/EngineState.h"
 #include "engine/PointCloud.h"
+#include "format/PointCloudFile.h"
 #include "ground/Pools.h"
 #include "nimbrel/NimbrelEngine.h"
 #include "render/VisibilityPass.h"
 #include "stream/OPC.h"
+#include "stream/ReadAhead.h"
 
 #include <algorithm>
 #include <glm/gtc/type_ptr.hpp>
@@ -41,6 +43,22 @@ static void followCamera(const Camera& camera) {
     cacheVisible(camera.window, clouds);
 }
 
+// Blocks until the nodes that cameras asked for have arrived or failed.
+static void waitForNodes() {
+    // Sources are shared so that they outlive a close meanwhile; waiting with the table held would keep that close off.
+    std::vector<std::shared_ptr<PointCloudFile>> sources;
+    {
+        std::shared_lock lock(mutex_);
+        if (pointClouds.empty()) return;
+        for (const auto& cloud : pointClouds) sources.push_back(cloud->shareFile());
+    }
+    cachePool.WaitAll();
+    for (const auto& source : sources) {
+        if (ReadAhead* ahead = source->readAhead()) ahead->waitAll();
+    }
+    diskPool().WaitAll();
+}
+
 void setCamera(int window, const double* view, const double* projection, const double* eye, double fovDegrees,
                int viewSize, bool waitForCache) {
     if (isAnyNull(view, projection, eye)) return;
@@ -63,14 +81,7 @@ void setCamera(int window, const double* view, const double* projection, const d
             });
         };
         cachePool.AddJob(job, static_cast<unsigned long long>(window));
-        if (!waitForCache) return 0;
-        {
-            std::shared_lock lock(mutex_);
-            if (pointClouds.empty()) return 0;
-        }
-        // Without the lock, which the job takes. All clouds load on the one disk pool.
-        cachePool.WaitAll();
-        diskPool().WaitAll();
+        if (waitForCache) waitForNodes();
         return 0;
     });
 }

@@ -1,5 +1,6 @@
 #include "nimbrel/NimbrelEngine.h"
 
+#include "engine/CloudTable.h"
 #include "engine/EngineState.h"
 #include "engine/License.h"
 #include "engine/PointCloud.h"
@@ -36,6 +37,10 @@ void shutdownEngine() {
     reset();
     guarded(0, [] {
         historyTracker.finish(); // its jobs work on the pools that end here
+        {
+            std::shared_lock lock(mutex_);
+            for (const auto& cloud : pointClouds) cloud->endReadAhead();
+        }
         for (ThreadPool* pool : {&processingPool(), &diskPool(), &cachePool, &opcCache}) pool->accepting = false;
         stopPool("Joining Processor\n", processingPool());
         stopPool("Joining Disk\n", diskPool());
@@ -94,30 +99,16 @@ static std::optional<int64_t> regularFileSize(const std::string& path) {
 }
 
 // Opens the file and enters it into the table; its id, or -1. The first opener of a path may write to it.
-static int enterCloud(const std::wstring& path, int64_t size) {
+static int openCloud(const std::wstring& path, int64_t size) {
     std::lock_guard oneAtATime(loadMutex); // so that one opener alone is the first
     const auto isFirst = [&path] {
         std::shared_lock lock(mutex_);
         return std::none_of(pointClouds.begin(), pointClouds.end(),
                             [&](const auto& cloud) { return cloud->getPath() == path; });
     };
-    // The tree is read without the table, so that frames go on meanwhile.
     const auto file = std::make_shared<FileMemoryMap>();
     file->openFile(path, isFirst(), size);
-    auto cloud = std::make_unique<PointCloud>(file, path, !file->isReadOnly());
-    if (!cloud->getOPC().isLoaded()) return -1;
-    const auto [nodes, points] =
-        cloud->getOPC().withHeader([](OPCHeader& header) { return std::pair(header.nodeCount, header.pointCount); });
-    int id = 0;
-    {
-        std::unique_lock lock(mutex_);
-        id = static_cast<int>(pointClouds.size());
-        cloud->setID(id);
-        pointClouds.push_back(std::move(cloud));
-    }
-    logText("NODES: " + std::to_string(nodes) + "\nPOINTS: " + std::to_string(points) + "\n\n");
-    pointCloudsChanged = true;
-    return id;
+    return enterCloud(file, path, !file->isReadOnly());
 }
 
 int loadPointCloudFile(const wchar_t* path) {
@@ -131,7 +122,7 @@ int loadPointCloudFile(const wchar_t* path) {
             return -1;
         }
         const std::optional<int64_t> size = regularFileSize(nameForSystem);
-        return size ? enterCloud(name, *size) : -1;
+        return size ? openCloud(name, *size) : -1;
     });
 }
 
@@ -159,6 +150,7 @@ static void closeCloud(int id) {
     std::shared_lock shared(mutex_);
     PointCloud* cloud = findCloud(id);
     if (!cloud) return;
+    cloud->endReadAhead();
     const LoadingPause pause;
     cloud->setEnabled(false);
     OPCInterface& root = *cloud->getOPC().getRootNode();

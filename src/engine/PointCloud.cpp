@@ -4,6 +4,7 @@
 #include "format/PointCloudFile.h"
 #include "ground/Log.h"
 #include "stream/OPC.h"
+#include "stream/ReadAhead.h"
 
 #include <ctime>
 #include <glm/matrix.hpp>
@@ -18,6 +19,11 @@ PointCloud::~PointCloud() {
 void PointCloud::setEnabled(bool value) {
     enabled = value;
     file->setEnabled(value);
+}
+
+void PointCloud::endReadAhead() const {
+    file->abandonReads();
+    if (ReadAhead* ahead = file->readAhead()) ahead->stop();
 }
 
 PointCloudProperties PointCloud::getProperties() const {

@@ -32,6 +32,10 @@ public:
     [[nodiscard]] const std::wstring& getPath() const { return path; }
     [[nodiscard]] bool isWritable() const { return writable; } // the source is open for writing
     [[nodiscard]] PointCloudFile& getFile() const { return *file; }
+    [[nodiscard]] std::shared_ptr<PointCloudFile> shareFile() const { return file; } // to use it without the table
+
+    // Ends the reading ahead of the source, and what it reads at this moment, before the cloud goes. For good.
+    void endReadAhead() const;
     [[nodiscard]] OPC& getOPC() const { return *opc; }
 
     [[nodiscard]] bool isEnabled() const { return enabled; }

@@ -6,11 +6,13 @@
 
 class OPCHeader;
 struct NodeChange;
+class ReadAhead;
 
 // Where the bytes of one point file come from, so that a node does not know whether it is read from a local disk, a
 // point server or cloud storage. Held by a shared pointer that is made from the concrete type.
 //
-// readData and saveNode may be called from several threads at once. Everything else belongs to whoever opens the source.
+// readData, saveNode, readAhead and abandonReads may be called from several threads at once. Everything else belongs to
+// whoever opens the source.
 class PointCloudFile {
 public:
     [[nodiscard]] virtual bool isReadOnly() = 0;
@@ -53,6 +55,24 @@ public:
     // Whether the source can hold `size` bytes at `byteLocation`: what a damaged record announces is asked here before
     // memory is taken for it.
     [[nodiscard]] virtual bool backs(int64_t byteLocation, int64_t size) = 0;
+
+    // Reads several nodes at once ahead of the disk thread, where answers take long to come; null where that gains
+    // nothing. Belongs to the source.
+    [[nodiscard]] virtual ReadAhead* readAhead() { return nullptr; }
+
+    // Where the stored points of a node lie.
+    struct NodeExtent {
+        long long nodeIndex;
+        int64_t byteLocation;
+        int size;
+    };
+
+    // Reads nodes that follow each other without a gap in one go, so that readData finds them in memory. False when
+    // that failed; a source that reads each node by itself does nothing.
+    virtual bool readTogether(std::span<const NodeExtent> /*extents*/) { return true; }
+
+    // Makes reads that are under way and all later ones fail soon, because the cloud is closing. Any thread.
+    virtual void abandonReads() {}
 
 protected:
     ~PointCloudFile() = default;

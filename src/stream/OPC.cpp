@@ -6,6 +6,7 @@
 #include "ground/Log.h"
 #include "stream/OPCNode.h"
 #include "stream/OVMNode.h"
+#include "stream/ReadAhead.h"
 
 #include <algorithm>
 #include <cstring>
@@ -25,16 +26,18 @@ OPC::OPC(std::shared_ptr<PointCloudFile> fileIn) : file(std::move(fileIn)), head
 }
 
 OPC::~OPC() {
+    if (ReadAhead* ahead = file->readAhead()) ahead->stop();
     logText("Destroying OPC\n");
 }
 
 bool OPC::read() {
+    setLastError("");
     file->readHeader(header.get());
     logText("Node Count: " + std::to_string(header->nodeCount) + "\nPoint Count: " +
             std::to_string(header->pointCount) + "\nVersion: " + std::to_string(header->version) + "\n");
     if (!header->isValid()) {
-        // Hosts know this case by the three lines alone.
-        setLastError("the header is not that of a point file");
+        // Hosts know this case by the three lines alone. A source may have told the reason already.
+        if (lastError().empty()) setLastError("the header is not that of a point file");
         return false;
     }
     if (header->version >= OPCHeader::VERSION_VOXEL) {

@@ -74,6 +74,12 @@ public:
     void cache(int window, std::queue<OPCInterface*>* queue) override;
     void getVoxelData(VoxelMap* map, const ModelGrid& grid, std::atomic<int32_t>* progress) override;
 
+    // Has the source read nodes of one tree in one go, which follow each other in the file.
+    static bool readTogether(std::span<OPCNode* const> run);
+
+    // The load job with the bytes that a read-ahead fetched. For the disk thread.
+    void loadFetched(const std::vector<unsigned char>& stored);
+
     // Marks the node as visible in a window, as the visibility pass does. Windows beyond 7 have no bit.
     void setVisible(int window);
 
@@ -88,7 +94,9 @@ private:
     [[nodiscard]] unsigned long long loadJobId(int window) const;
     void takeRecord(const NodeRecord& record);
     void leaveView(int window);
-    void load();
+    void requestLoad(int window);
+    void withdrawLoad(int window);
+    void load(const std::vector<unsigned char>* fetched);
     void unloadThis();
     void freeVertices();
     bool decodeStored(std::span<unsigned char> out);
@@ -104,4 +112,5 @@ private:
     void changeWholeSubtree(int task, const PointEditor& painter);
     void paintPassing(const PointEditor& painter, SelectionScratch& scratch);
     static void paintPoint(int index, const PointEditor& painter, int32_t& turn, OPCNodeParser& parser);
+    bool decode(const std::vector<unsigned char>& stored, std::span<unsigned char> out);
 };

@@ -16,6 +16,7 @@
 #include "stream/LoadNotification.h"
 #include "stream/NodeWalk.h"
 #include "stream/OPCNode.h"
+#include "stream/ReadAhead.h"
 
 #include <algorithm>
 #include <limits>
@@ -48,11 +49,10 @@ void OPCNode::clearWindowVisibility() {
 
 void OPCNode::unregisterWindow(int window) {
     const uint8_t bit = windowBit(window);
-    ThreadPool& pool = getDiskThreadPool();
     walkNodes(*this, [&](OPCInterface& next) {
         auto& node = static_cast<OPCNode&>(next);
         const uint8_t before = node.windowVisibility.fetch_and(static_cast<uint8_t>(~bit));
-        pool.DeleteJob(node.loadJobId(window));
+        node.withdrawLoad(window);
         if (bit != 0 && before == bit) {
             std::lock_guard lock(node.nodeMutex);
             // Asked again: the visibility pass may just have shown the node in another window.
@@ -93,12 +93,36 @@ unsigned long long OPCNode::loadJobId(int window) const {
 
 void OPCNode::cache(int window, std::queue<OPCInterface*>* queue) {
     if (!isVisible(window)) return;
-    if (!getGPUBatch(window)->isResident()) getDiskThreadPool().AddJob([this] { load(); }, loadJobId(window));
+    if (!getGPUBatch(window)->isResident()) requestLoad(window);
     for (const auto& child : children) queue->push(child.get());
 }
 
-// The load job. Loads nothing when no window sees the node any more, or when the job of another window came first.
-void OPCNode::load() {
+void OPCNode::requestLoad(int window) {
+    ReadAhead* ahead = file ? file->readAhead() : nullptr;
+    if (ahead && getDiskSize() > 0) return ahead->request(*this, window);
+    getDiskThreadPool().AddJob([this] { load(nullptr); }, loadJobId(window));
+}
+
+void OPCNode::withdrawLoad(int window) {
+    if (ReadAhead* ahead = file ? file->readAhead() : nullptr) ahead->withdraw(*this, window);
+    getDiskThreadPool().DeleteJob(loadJobId(window));
+}
+
+bool OPCNode::readTogether(std::span<OPCNode* const> run) {
+    std::vector<PointCloudFile::NodeExtent> extents;
+    for (OPCNode* node : run) {
+        extents.push_back({node->nodeIndex, node->pointDataByteLocation, static_cast<int>(node->getDiskSize())});
+    }
+    return run.front()->file->readTogether(extents);
+}
+
+void OPCNode::loadFetched(const std::vector<unsigned char>& stored) {
+    load(&stored);
+}
+
+// The load job, which reads the node unless its bytes were fetched. Loads nothing when no window sees the node any
+// more, or when the job of another window came first.
+void OPCNode::load(const std::vector<unsigned char>* fetched) {
     std::lock_guard lock(nodeMutex);
     GPUBatch* batch = getGPUBatch(0);
     if (!isVisibleAnyWindows() || batch->isResident()) return;
@@ -109,7 +133,9 @@ void OPCNode::load() {
     try {
         vertices = std::make_unique_for_overwrite<unsigned char[]>(static_cast<size_t>(size));
         // Absent it stays, and is asked for again at the next camera.
-        if (!loadPointDataToGPUFormat({vertices.get(), static_cast<size_t>(size)})) return;
+        const std::span<unsigned char> out(vertices.get(), static_cast<size_t>(size));
+        if (!(fetched ? decode(*fetched, out) : loadPointDataToGPUFormat(out))) return;
+        if (fetched) markSelected(out);
     } catch (const std::exception&) {
         return; // no memory: as a failed read, since an exception would end the process from here
     }
@@ -191,11 +217,17 @@ bool OPCNode::loadPointDataToGPUFormat(std::span<unsigned char> out) {
 // Decodes the stored points to `out`, with zeros where they give none; false, with zeros alone, when the read fails.
 bool OPCNode::decodeStored(std::span<unsigned char> out) {
     std::fill(out.begin(), out.end(), static_cast<unsigned char>(0));
+    std::vector<unsigned char> stored;
+    return loadPointData(stored) && decode(stored, out);
+}
+
+// Decodes the node's stored bytes to `out`, with zeros where they give none; false, with zeros alone, when no points
+// can be made of them.
+bool OPCNode::decode(const std::vector<unsigned char>& stored, std::span<unsigned char> out) {
+    std::fill(out.begin(), out.end(), static_cast<unsigned char>(0));
     const bool network = file && file->isNetwork();
     const bool stream = NodeRecord::isStream(version);
     if (!network && !stream && bytesPerVertex < ATTRIBUTE_BYTES) return false;
-    std::vector<unsigned char> stored;
-    if (!loadPointData(stored)) return false;
     const auto room =
         static_cast<int>(std::min<size_t>(out.size() / Vertex::SIZE, std::numeric_limits<int16_t>::max()));
     const int count = std::min<int>(room, pointCount);
