@@ -1,13 +1,11 @@
 #include "cloud/OpenCloud.h"
+#include "cloud/CloudSource.h"
 #include "support/Failure.h"
-#include "support/WidePath.h"
 
 #include <nimbrel/NimbrelEngine.h>
 
 #include <cstring>
-#include <filesystem>
 #include <fstream>
-#include <system_error>
 
 // The two values of the header that no export hands out. docs/format.md has the layout.
 static constexpr size_t HEADER_SIZE = 124;
@@ -37,10 +35,10 @@ static T headerValue(const std::array<char, HEADER_SIZE>& header, size_t offset)
 }
 
 OpenCloud::OpenCloud(const std::string& pathToOpen)
-    : path(pathToOpen), cloud(loadPointCloudFile(widePath(pathToOpen).c_str())) {
+    : path(pathToOpen), name(labelOfSource(path)), kind(kindOfSource(path)), cloud(openCloudSource(path)) {
     if (cloud >= 0) return;
     const std::string reason = nimbrelLastError();
-    throw CommandFailure(path, reason.empty() ? "cannot be opened as a point file" : reason);
+    throw CommandFailure(name, reason.empty() ? "cannot be opened" : reason);
 }
 
 OpenCloud::~OpenCloud() {
@@ -59,9 +57,7 @@ CloudFacts OpenCloud::facts() const {
     facts.spacing = static_cast<double>(headerValue<int64_t>(header, SPACING_OFFSET)) / SPACING_STEPS;
     facts.indexParameter = headerValue<double>(header, INDEX_PARAMETER_OFFSET);
     facts.isProtected = isProtected(cloud) == 1;
-    std::error_code error;
-    const uintmax_t size = std::filesystem::file_size(path, error);
-    if (!error) facts.fileSize = size;
+    facts.isOnPointServer = kind == SourceKind::POINT_SERVER;
     if (facts.isVoxel()) {
         facts.points = facts.pointsBuilt = 0; // the engine counts nodes there
         const int64_t colours = getReserved(cloud) - voxelColoursAt(facts.nodes);
@@ -95,7 +91,7 @@ size_t OpenCloud::readNode(int node, PointBatch& batch) const {
         getNodePoints(cloud, node, batch.positions.data(), reinterpret_cast<char*>(batch.attributes.data()));
         // The points themselves do not show that they could not be read.
         const std::string reason = nimbrelLastError();
-        if (!reason.empty()) throw CommandFailure(path, reason);
+        if (!reason.empty()) throw CommandFailure(name, reason);
     }
     return batch.size();
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "cloud/CloudSource.h"
 #include "readers/PointReader.h"
 
 #include <array>
@@ -17,24 +18,28 @@ struct CloudFacts {
     double spacing = 0;          // of the points of the root, in units of the file
     double indexParameter = 0;   // as the build was told
     bool isProtected = false;
-    uint64_t fileSize = 0;    // in bytes
-    int64_t voxelColours = 0; // cells of a voxel model with a stored colour
+    bool isOnPointServer = false; // which does not tell its spacing
+    int64_t voxelColours = 0;     // cells of a voxel model with a stored colour
 
     [[nodiscard]] bool isVoxel() const;
 };
 
-// A point file or voxel model opened through the engine, closed with the object. Needs an EngineSession that outlives it.
+// A point file or voxel model, here or elsewhere, opened through the engine and closed with the object. Needs an
+// EngineSession that outlives it.
 class OpenCloud {
 public:
     static constexpr int VOXEL_VERSION = 90;
 
-    // Throws CommandFailure, which names the file.
+    // path  a file, or what else cloud/CloudSource.h knows. Throws CommandFailure, which names it.
     explicit OpenCloud(const std::string& path);
     ~OpenCloud();
     OpenCloud(const OpenCloud&) = delete;
     OpenCloud& operator=(const OpenCloud&) = delete;
 
     [[nodiscard]] int id() const { return cloud; }
+    // As messages and results show it.
+    [[nodiscard]] const std::string& label() const { return name; }
+    [[nodiscard]] bool isRemote() const { return kind != SourceKind::LOCAL_FILE; }
     [[nodiscard]] CloudFacts facts() const;
 
     // Replaces the contents of `batch` by the points of one node, and returns their number. Throws CommandFailure when
@@ -46,6 +51,8 @@ public:
     [[nodiscard]] std::vector<unsigned char> sampleVoxelColours(size_t most) const;
 
 private:
-    const std::string path;
+    const std::string path; // as given
+    const std::string name;
+    const SourceKind kind;
     int cloud = -1;
 };

@@ -39,7 +39,8 @@ static void describeProgram(CLI::App& program) {
                    "  nimbrel edit town.opc --select class:5 --delete\n"
                    "                                         take some out; 'restore' brings them back\n"
                    "  nimbrel collide town.opc crane.stl     find where it touches a mesh\n"
-                   "  nimbrel export town.opc -o town.obj    make a model of cubes of it\n\n"
+                   "  nimbrel export town.opc -o town.obj    make a model of cubes of it\n"
+                   "  nimbrel serve clouds                   let other machines see a folder of point files\n\n"
                    "'nimbrel COMMAND --help' tells more. Exit status: 0 done, 1 failed, 2 wrong usage,\n"
                    "128 + N ended by signal N (130 for Ctrl-C; unfinished files are removed).");
 }
@@ -88,6 +89,7 @@ static int parseAndRun(int argc, const char* const* argv, Host& host) {
     addRenderCommand(program, chosen);
     addRestoreCommand(program, chosen);
     addSampleCommand(program, chosen);
+    addServeCommand(program, chosen);
     addViewCommand(program, chosen);
     addSwitches(program, switches);
     try {

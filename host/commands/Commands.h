@@ -36,6 +36,7 @@ void addPointsCommand(CLI::App& program, Command& chosen);
 void addRenderCommand(CLI::App& program, Command& chosen);
 void addRestoreCommand(CLI::App& program, Command& chosen);
 void addSampleCommand(CLI::App& program, Command& chosen);
+void addServeCommand(CLI::App& program, Command& chosen);
 void addViewCommand(CLI::App& program, Command& chosen);
 
 // The grammar's checks that several commands share.

@@ -146,6 +146,7 @@ static void checkActions(const EditOptions& options) {
 
 // The engine passes over what it may not change without a word, so people hear of it here.
 static void checkFile(const EditOptions& options, const OpenCloud& cloud) {
+    if (cloud.isRemote()) throw CommandFailure(cloud.label(), "only files on this machine can be edited");
     if (cloud.facts().isVoxel()) throw CommandFailure(options.file, "a voxel model has no points to edit");
     if (cloud.facts().isProtected) throw CommandFailure(options.file, "is protected, so that nothing can be selected");
     if (access(options.file.c_str(), W_OK) == 0) return;

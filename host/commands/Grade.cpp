@@ -143,6 +143,7 @@ static void printHistogram(const Grading& grading, const GradeOptions& options, 
 static void checkCloud(const std::string& path) {
     const EngineSession session;
     const OpenCloud cloud(path);
+    if (cloud.isRemote()) throw CommandFailure(cloud.label(), "only files on this machine can be graded");
     requirePoints(cloud, path);
 }
 

@@ -1,3 +1,4 @@
+#include "cloud/CloudSource.h"
 #include "cloud/CloudTree.h"
 #include "cloud/EngineSession.h"
 #include "cloud/OpenCloud.h"
@@ -32,10 +33,10 @@ struct Figures {
     double bytesPerPoint = 0;
     double density = 0; // points a square unit of the box, seen from above
 
-    explicit Figures(const CloudFacts& facts) {
+    Figures(const CloudFacts& facts, uint64_t fileSize) {
         if (facts.points <= 0) return;
         const auto points = static_cast<double>(facts.points);
-        bytesPerPoint = static_cast<double>(facts.fileSize) / points;
+        bytesPerPoint = static_cast<double>(fileSize) / points;
         const double area = (facts.box[3] - facts.box[0]) * (facts.box[4] - facts.box[1]);
         if (area > 0.0) density = points / area;
     }
@@ -44,6 +45,7 @@ struct Figures {
 
 static const char* formOf(const CloudFacts& facts) {
     if (facts.isVoxel()) return "voxel model";
+    if (facts.isOnPointServer) return "points as a server sends them";
     return facts.version == 18 ? "delta coded points" : "fixed size points";
 }
 
@@ -68,8 +70,9 @@ static picojson::array jsonLevels(const CloudTree& tree) {
     return levels;
 }
 
-static std::string describeAsJson(const std::string& file, const CloudFacts& facts, const CloudTree& tree) {
-    const Figures figures(facts);
+static std::string describeAsJson(const std::string& file, const CloudFacts& facts, uint64_t fileSize,
+                                  const CloudTree& tree) {
+    const Figures figures(facts, fileSize);
     picojson::object json;
     json["file"] = picojson::value(file);
     json["version"] = picojson::value(int64_t{facts.version});
@@ -80,19 +83,23 @@ static std::string describeAsJson(const std::string& file, const CloudFacts& fac
     picojson::array bounds;
     for (const double value : facts.box) bounds.push_back(jsonNumber(value));
     json["bounds"] = picojson::value(bounds);
-    json["spacing"] = jsonNumber(facts.spacing);
-    json["indexParameter"] = jsonNumber(facts.indexParameter);
-    json["protected"] = picojson::value(facts.isProtected);
-    json["fileSize"] = jsonNumber(facts.fileSize);
-    json["bytesPerPoint"] = jsonNumber(figures.bytesPerPoint);
+    if (!facts.isOnPointServer) {
+        json["spacing"] = jsonNumber(facts.spacing);
+        json["indexParameter"] = jsonNumber(facts.indexParameter);
+        json["protected"] = picojson::value(facts.isProtected);
+    }
+    if (fileSize > 0) {
+        json["fileSize"] = jsonNumber(fileSize);
+        json["bytesPerPoint"] = jsonNumber(figures.bytesPerPoint);
+    }
     json["density"] = jsonNumber(figures.density);
     json["levels"] = picojson::value(facts.isVoxel() ? picojson::array() : jsonLevels(tree));
     if (facts.isVoxel()) json["coloured"] = picojson::value(facts.voxelColours);
     return picojson::value(json).serialize(true);
 }
 
-static void printFacts(const std::string& file, const CloudFacts& facts, StandardOutput& output) {
-    const Figures figures(facts);
+static void printFacts(const std::string& file, const CloudFacts& facts, uint64_t fileSize, StandardOutput& output) {
+    const Figures figures(facts, fileSize);
     const std::array<double, 6>& box = facts.box;
     std::string text = file + "\n";
     const auto row = [&text](const char* name, const std::string& value) {
@@ -109,15 +116,17 @@ static void printFacts(const std::string& file, const CloudFacts& facts, Standar
         row("built with", fmt::format("{} points", grouped(static_cast<uint64_t>(facts.pointsBuilt))));
     }
     row("nodes", grouped(static_cast<uint64_t>(facts.nodes)));
-    row("size", byteSize(facts.fileSize) +
-                    (facts.isVoxel() ? "" : fmt::format(", {:.2f} bytes a point", figures.bytesPerPoint)));
+    if (fileSize > 0) {
+        row("size",
+            byteSize(fileSize) + (facts.isVoxel() ? "" : fmt::format(", {:.2f} bytes a point", figures.bytesPerPoint)));
+    }
     for (size_t axis = 0; axis < 3; ++axis) {
         const std::string name(1, "xyz"[axis]);
         row(name.c_str(),
             fmt::format("{:.12g} to {:.12g}, {:.6g} units", box[axis], box[axis + 3], box[axis + 3] - box[axis]));
     }
     if (!facts.isVoxel()) {
-        row("spacing", fmt::format("{} units between points of the root", facts.spacing));
+        if (!facts.isOnPointServer) row("spacing", fmt::format("{} units between points of the root", facts.spacing));
         row("density", fmt::format("{:.4g} points a square unit, seen from above", figures.density));
     }
     if (facts.isProtected) row("protected", "yes");
@@ -158,15 +167,16 @@ static void runInfo(const InfoOptions& options, Host& host) {
     const EngineSession session;
     const OpenCloud cloud(options.file);
     const CloudFacts facts = cloud.facts();
-    const CloudTree tree = CloudTree::ofCloud(cloud.id(), options.file);
+    const uint64_t fileSize = sizeOfSource(options.file);
+    const CloudTree tree = CloudTree::ofCloud(cloud.id(), cloud.label());
     if (options.tree && facts.isVoxel())
-        throw CommandFailure(options.file, "the nodes of a voxel model are not listed");
+        throw CommandFailure(cloud.label(), "the nodes of a voxel model are not listed");
     if (options.json) {
-        host.output.print(describeAsJson(options.file, facts, tree));
+        host.output.print(describeAsJson(cloud.label(), facts, fileSize, tree));
     } else if (options.tree) {
         printNodes(tree, options.depth, host.output);
     } else {
-        printFacts(options.file, facts, host.output);
+        printFacts(cloud.label(), facts, fileSize, host.output);
         if (!facts.isVoxel()) printLevels(tree, host.output);
     }
 }
@@ -174,7 +184,7 @@ static void runInfo(const InfoOptions& options, Host& host) {
 void addInfoCommand(CLI::App& program, Command& chosen) {
     const auto options = std::make_shared<InfoOptions>();
     CLI::App* command = program.add_subcommand("info", "Tell what is in a point file");
-    command->add_option("FILE", options->file, "The point file")->required();
+    command->add_option("FILE", options->file, "The point file: a path or a URL")->required();
     CLI::Option* json = command->add_flag("--json", options->json, "All of it as JSON, numbers in full precision");
     CLI::Option* tree = command->add_flag("--tree", options->tree, "The nodes of the tree instead, in pre-order");
     json->excludes(tree);
@@ -184,8 +194,12 @@ void addInfoCommand(CLI::App& program, Command& chosen) {
         ->type_name("N")
         ->check(wholeNumberFrom(0, UINT32_MAX));
     command->footer("The JSON has file, version, form, nodes, points, pointsBuilt, bounds, spacing, indexParameter,\n"
-                    "protected, fileSize, bytesPerPoint, density and levels (level, nodes, points). Of a\n"
-                    "voxel model there is coloured, the number of cells with a colour, and levels is empty.\n\n"
-                    "Example: nimbrel info town.opc --json");
+                    "protected, fileSize, bytesPerPoint, density and levels (level, nodes, points). A point\n"
+                    "server tells no spacing, indexParameter and protected, and only files here have\n"
+                    "fileSize and bytesPerPoint; of a voxel model there is coloured, the number of cells with a\n"
+                    "colour, and levels is empty.\n\n"
+                    "Examples:\n"
+                    "  nimbrel info town.opc --json\n"
+                    "  nimbrel info http://localhost:8080/town.opc");
     command->callback([options, &chosen] { chosen = [options](Host& host) { runInfo(*options, host); }; });
 }

@@ -1,5 +1,6 @@
 #include "cloud/CloudTree.h"
 #include "cloud/EngineSession.h"
+#include "cloud/NodeSequence.h"
 #include "cloud/OpenCloud.h"
 #include "commands/Commands.h"
 #include "commands/CsvOutput.h"
@@ -83,8 +84,8 @@ static std::vector<int> chooseNodes(const PointsOptions& options, const CloudTre
     std::vector<int> chosen;
     if (options.node) {
         if (*options.node >= tree.nodes().size()) {
-            throw CommandFailure(options.file, fmt::format("there is no node {}; the last is {}", *options.node,
-                                                           tree.nodes().size() - 1));
+            throw CommandFailure(cloud.label(), fmt::format("there is no node {}; the last is {}", *options.node,
+                                                            tree.nodes().size() - 1));
         }
         return {static_cast<int>(*options.node)};
     }
@@ -101,13 +102,12 @@ static std::vector<int> chooseNodes(const PointsOptions& options, const CloudTre
 static uint64_t writePoints(const PointsOptions& options, const OpenCloud& cloud, PointWriter& writer,
                             Console& console) {
     constexpr size_t WORTH_WRITING = 100000;
-    const CloudTree tree = CloudTree::ofCloud(cloud.id(), options.file);
+    const CloudTree tree = CloudTree::ofCloud(cloud.id(), cloud.label());
     const std::vector<int> nodes = chooseNodes(options, tree, cloud);
     uint64_t expected = 0;
     for (const int node : nodes) expected += tree.nodes()[static_cast<size_t>(node)].points;
     PointFilter filter(options);
     Progress progress(console, "Writing", expected);
-    PointBatch points;
     PointBatch out;
     uint64_t seen = 0;
     uint64_t written = 0;
@@ -116,10 +116,11 @@ static uint64_t writePoints(const PointsOptions& options, const OpenCloud& cloud
         written += out.size();
         out.resize(0);
     };
-    for (const int node : nodes) {
+    NodeSequence sequence(cloud, nodes);
+    while (const PointBatch* points = sequence.next()) {
         checkInterrupt();
-        seen += cloud.readNode(node, points);
-        filter.pass(points, out);
+        seen += points->size();
+        filter.pass(*points, out);
         if (out.size() >= WORTH_WRITING) flush();
         progress.update(seen);
     }
@@ -155,7 +156,7 @@ static void runPoints(const PointsOptions& options, Host& host) {
 void addPointsCommand(CLI::App& program, Command& chosen) {
     const auto options = std::make_shared<PointsOptions>();
     CLI::App* command = program.add_subcommand("points", "Write the points of a point file to LAS, PLY or CSV");
-    command->add_option("FILE", options->file, "The point file")->required();
+    command->add_option("FILE", options->file, "The point file: a path or a URL")->required();
     command
         ->add_option("-o,--output", options->output,
                      "The file to write: .las, .ply or .csv; - for CSV on\n"

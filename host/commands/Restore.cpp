@@ -24,6 +24,7 @@ struct RestoreOptions {
 static void runRestore(const RestoreOptions& options, Host& host) {
     const EngineSession session;
     const OpenCloud cloud(options.file);
+    if (cloud.isRemote()) throw CommandFailure(cloud.label(), "only files on this machine can be restored");
     if (access(options.file.c_str(), W_OK) != 0) throw CommandFailure(options.file, "cannot be written to");
     const CloudFacts before = cloud.facts();
     const int64_t missing = before.pointsBuilt - before.points;

@@ -18,7 +18,9 @@ struct ViewOptions {
 void addViewCommand(CLI::App& program, Command& chosen) {
     const auto options = std::make_shared<ViewOptions>();
     CLI::App* command = program.add_subcommand("view", "Show point files in a window");
-    command->add_option("FILE", options->files, "The point files, shown together, each with its own switches")
+    command
+        ->add_option("FILE", options->files,
+                     "The point files, shown together, each with its own switches:\npaths or URLs")
         ->required();
     command
         ->add_option_function<std::string>(

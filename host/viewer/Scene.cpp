@@ -28,8 +28,8 @@ Scene::Scene(const std::vector<std::string>& paths) {
 
 void Scene::openCloud(const std::string& path) {
     Cloud cloud;
-    cloud.path = path;
     cloud.file = std::make_unique<OpenCloud>(path);
+    cloud.path = cloud.file->label();
     if (clouds.empty()) {
         const auto box = cloud.file->facts().box;
         const Box inFile{{box[0], box[1], box[2]}, {box[3], box[4], box[5]}};

@@ -1,4 +1,5 @@
 #include "viewer/Viewer.h"
+#include "cloud/CloudSource.h"
 #include "readers/PointReader.h"
 #include "support/Interrupt.h"
 #include "viewer/Keys.h"
@@ -167,7 +168,7 @@ static void noteData(bool, uint64_t, unsigned char*, int, double, double, double
 }
 
 void runViewer(const std::vector<std::string>& files, PixelSize size) {
-    const std::string name = std::filesystem::path(files.front()).filename().string();
+    const std::string name = std::filesystem::path(labelOfSource(files.front())).filename().string();
     const std::string more = files.size() > 1 ? fmt::format(" and {} more", files.size() - 1) : "";
     const Window window(name + more + " - nimbrel", size);
     Scene scene(files); // gone before the window: its end waits for the jobs that would call noteData

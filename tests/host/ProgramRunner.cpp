@@ -1,6 +1,7 @@
 #include "ProgramRunner.h"
 #include "TestFiles.h"
 
+#include <csignal>
 #include <fcntl.h>
 #include <poll.h>
 #include <sched.h>
@@ -11,6 +12,7 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
 static constexpr int PATIENCE_IN_MS = 240000;
 
@@ -119,4 +121,30 @@ RunResult runNimbrel(const std::vector<std::string>& arguments, const RunSetting
     result.out = bytesOf(outPath);
     result.err = bytesOf(errPath);
     return result;
+}
+
+RunningNimbrel::RunningNimbrel(const std::vector<std::string>& arguments) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+    output = ends[0];
+    const Descriptor writing(ends[1]);
+    const Descriptor nothing(open("/dev/null", O_RDWR | O_CLOEXEC));
+    process = start(arguments, nothing.get(), writing.get(), STDERR_FILENO);
+}
+
+RunningNimbrel::~RunningNimbrel() {
+    if (process > 0) end(SIGKILL);
+    close(output);
+}
+
+std::string RunningNimbrel::readLine() {
+    std::string line;
+    for (char c = 0; read(output, &c, 1) == 1 && c != '\n';) line += c;
+    return line;
+}
+
+int RunningNimbrel::end(int signal) {
+    const Descriptor handle(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
+    kill(process, signal);
+    return waitFor(std::exchange(process, -1), handle.get());
 }

@@ -25,3 +25,22 @@ struct RunSetting {
 // Runs the real program and waits for its end. A program that hangs is killed after some minutes, and its status is
 // that of the signal.
 RunResult runNimbrel(const std::vector<std::string>& arguments, const RunSetting& setting = {});
+
+// The real program while it goes on running, killed at the latest with the object.
+class RunningNimbrel {
+public:
+    explicit RunningNimbrel(const std::vector<std::string>& arguments);
+    ~RunningNimbrel();
+    RunningNimbrel(const RunningNimbrel&) = delete;
+    RunningNimbrel& operator=(const RunningNimbrel&) = delete;
+
+    // The next line of its standard output, without the end; empty when there is none.
+    std::string readLine();
+
+    // Sends a signal and returns the status as in RunResult. For one call.
+    int end(int signal);
+
+private:
+    int process = -1;
+    int output = -1; // the reading end of its standard output
+};
