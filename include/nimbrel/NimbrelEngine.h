@@ -56,9 +56,9 @@ NIMBREL_API int initEngine(const char* key);
 NIMBREL_API void shutdownEngine(void);
 
 /**
- * Closes clouds, first to last. It is an established oddity that each close moves the rest up by one place and the walk
- * goes on to the next, so that every second cloud stays: of three clouds one. Call it until getNodeCount is 0
- * for every id, or close each cloud.
+ * Aborts uploads, then closes clouds, first to last. It is an established oddity that each close moves the rest up by
+ * one place and the walk goes on to the next, so that every second cloud stays: of three clouds one. Call it until
+ * getNodeCount is 0 for every id, or close each cloud.
  */
 NIMBREL_API void reset(void);
 
@@ -66,9 +66,9 @@ NIMBREL_API void reset(void);
 NIMBREL_API const char* nimbrelVersion(void);
 
 /**
- * Why the last load, build or read of a node's points failed, in one line of UTF-8 without a file name; empty when none
- * did. Loading and createOPC clear it when they begin. The text is valid until the calling thread asks again. Any
- * thread.
+ * Why the last load, build, upload, other request to the cloud service or read of a node's points failed, in one line
+ * of UTF-8 without a file name; empty when none did. Loading, createOPC and uploadGlimmetFile clear it when they begin.
+ * The text is valid until the calling thread asks again. Any thread.
  */
 NIMBREL_API const char* nimbrelLastError(void);
 
@@ -921,6 +921,126 @@ NIMBREL_API double testSurface(const double* triangles, int count, double thickn
  * Clears the selection; the points by the last triangle are selected at the end, unless it was aborted.
  */
 NIMBREL_API void calculateErrors(const double* triangles, int count, double thickness, double* results);
+/* ---- Cloud storage ----------------------------------------------------------------------------------------------
+ * Point files in an account of the Glimmet service: a web API, and an object store that it signs URLs of. A host names
+ * the service with setGlimmetEndpoints, signs in with loginGlimmet, and opens files with loadPointCloudGlimmet.
+ *
+ * Everything goes over TLS, with the server's certificate and host name checked against the system's store
+ * (SSL_CERT_FILE and SSL_CERT_DIR work as everywhere), and no redirect is followed. Without endpoints, and before a
+ * sign-in, nothing is sent and every call gives its failure result at once; nimbrelLastError then says so. Callable
+ * from any thread; calls block for the length of their requests, each of which gives up after 5 seconds without an
+ * answer (300 to connect).
+ * Passwords, tokens and the signatures in URLs are never logged. */
+
+/**
+ * Names the service, and makes all connections anew.
+ *
+ * apiEndpoint     the web API, "https://host[:port]"; another one than before signs out
+ * objectEndpoint  the object store, in the same form. URLs that do not begin with it are never asked for
+ * webOrigin       what reads of objects send as "Origin"; empty for none
+ *
+ * Null keeps a value. A slash at the end is dropped. What is no https:// endpoint counts as none.
+ */
+NIMBREL_API void setGlimmetEndpoints(const char* apiEndpoint, const char* objectEndpoint, const char* webOrigin);
+
+/**
+ * Signs in. The account signed in before is signed out first, whatever comes of it.
+ *
+ * username, password  of the account. They travel in a header, and can't hold control characters
+ * product             the number of the calling product
+ *
+ * Returns 0; 1 when the service refuses the sign-in; 2 when it fails; -1 without an answer, or with any other one.
+ */
+NIMBREL_API int loginGlimmet(const wchar_t* username, const wchar_t* password, int product);
+
+/**
+ * Opens a point file in the account, or any URL in the object store. Reads header and tree, not the points; nodes are
+ * read as they come into view, several at a time.
+ *
+ * name  name in the account, as uploaded, or a whole URL that begins with "https://", for which no sign-in is needed
+ *
+ * Returns the id as loadPointCloudFile does, or -1: the engine is not armed, the name can't be signed, the object can't
+ * be read, or it is no sound point file. nimbrelLastError tells which.
+ *
+ * The cloud is read only. The URL is signed once, here: when it expires, further nodes stay absent. A node that was
+ * read is kept in memory, 10000 nodes over all clouds, those used least recently going first; only the root is read
+ * anew each time that it is wanted. An object that changes while it is open gives no more nodes, if the store tells its
+ * version.
+ */
+NIMBREL_API int loadPointCloudGlimmet(const wchar_t* name);
+
+/**
+ * Fetches any URL, whatever its status.
+ *
+ * host    "http://host[:port]" or "https://host[:port]"; without a scheme it is plain HTTP
+ * path    path and query, from "/" on
+ * buffer  out: the body, without a zero at its end; never more than 1 MiB (1,048,576 bytes), which is what to give
+ *
+ * Returns the bytes written, 0 without an answer. Gives up after 2 seconds without an answer.
+ */
+NIMBREL_API int getURLData(const char* host, const char* path, char* buffer);
+
+/**
+ * Begins to upload a file into the account, under its bare name, and returns. Files from 5 MiB up go in parts of 5 MiB,
+ * several at a time; a part that fails is tried again, with growing pauses, until it is accepted or the host aborts.
+ *
+ * Returns false, and uploads nothing, when the file can't be read or nobody is signed in.
+ *
+ * The file must not change meanwhile: one that gets shorter fails the upload. A second upload runs beside the first,
+ * and progress and state are then those of the second. At the end of the process uploads are aborted and waited for.
+ */
+NIMBREL_API bool uploadGlimmetFile(const wchar_t* path);
+
+/**
+ * Ends all uploads at once, in the service too. Does not wait for the threads of the upload. With none under way the
+ * service is told all the same, under the name and number of the last one.
+ */
+NIMBREL_API void abortGlimmetUpload(void);
+
+/**
+ * How far the upload is: 0 to 1, and 1 once it ended, however that was: nimbrelGlimmetUploadState tells. Writes the
+ * figures to the log.
+ */
+NIMBREL_API float getGlimmetUploadProgress(void);
+
+/**
+ * What became of the upload: 0 there was none, 1 it is under way, 2 the file is in the account, 3 it failed or was
+ * refused (see nimbrelLastError), 4 it was aborted. Progress can be 1 a while before this is 2.
+ */
+NIMBREL_API int nimbrelGlimmetUploadState(void);
+
+/**
+ * The files in the account: name, date, size, each with a comma behind it, for one file after the other. A name begins
+ * with "/"; it is left out, comma included, where the service gave a key without one. Asks up to 10 times while the
+ * account is in use and the list is empty, since what was just uploaded may not show yet.
+ *
+ * The text is valid until the calling thread asks again; empty on failure.
+ */
+NIMBREL_API const wchar_t* listGlimmetFiles(void);
+
+/** Deletes a file of the account. False when the service refuses, which it does with names that hold a double quote. */
+NIMBREL_API bool deleteGlimmetFile(const wchar_t* name);
+
+/**
+ * Has the service send someone a link to a file of the account. Nothing tells whether it did; without a link no mail is
+ * asked for.
+ *
+ * duration  how long the link is good, in the unit of the service
+ */
+NIMBREL_API void emailGlimmetLink(const wchar_t* email, const wchar_t* name, int duration);
+
+/** Bytes that the account uses; 0 on failure. An answer is good for 2 seconds, and longer while it is asked for more often. */
+NIMBREL_API int64_t getGlimmetStorage(void);
+
+/** Bytes that the account may use; otherwise as getGlimmetStorage. */
+NIMBREL_API int64_t getGlimmetStorageLimit(void);
+
+/** The tier of the account; 0 on failure. Any tier but 1 is asked for once in a sign-in. */
+NIMBREL_API int getGlimmetTier(void);
+
+/** Drops all connections to the service, for new ones to be made. Sends nothing; requests under way end on their own. */
+NIMBREL_API void resetGlimmetNetwork(void);
+
 /* ---- Load notification ------------------------------------------------------------------------------------------ */
 
 /**

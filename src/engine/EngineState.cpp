@@ -2,6 +2,8 @@
 
 #include "engine/PointCloud.h"
 #include "ground/Pools.h"
+#include "remote/CloudSession.h"
+#include "remote/FileS3.h"
 
 #include <algorithm>
 
@@ -9,6 +11,9 @@ namespace {
 
 // First of all, so that the pools outlive what hands them jobs.
 [[maybe_unused]] const bool POOLS_ARE_MADE = (diskPool(), processingPool(), buildPool(), true);
+
+// Likewise what clouds in the cloud read through. TLS comes up with it.
+[[maybe_unused]] const bool CLOUD_IS_MADE = (CloudSession::instance(), dataCache(), true);
 
 } // namespace
 

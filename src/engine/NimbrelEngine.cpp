@@ -8,6 +8,7 @@
 #include "format/OPCHeader.h"
 #include "ground/Log.h"
 #include "ground/Pools.h"
+#include "remote/S3Utils.h"
 #include "stream/LoadNotification.h"
 #include "stream/OPC.h"
 
@@ -59,6 +60,7 @@ static std::optional<int> idAt(size_t place) {
 
 void reset() {
     guarded(0, [] {
+        S3Utils::abortRunningUpload();
         // Each close moves the rest up by one place while the walk goes on to the next: every second cloud stays. Hosts
         // count on it.
         size_t place = 0;

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "engine/EngineTest.h"
+#include "stub/CloudStub.h"
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+// A stand-in service on loopback whose authority this process trusts, and the engine's endpoints set to it. A broken
+// connection ends the process here as it would end a host, unless the library sees to that.
+class CloudTest : public EngineTest {
+protected:
+    CloudTest() { startService({}); }
+    ~CloudTest() override;
+
+    // In place of the one before. Its folder is "service".
+    void startService(StubOptions options);
+
+    static int signIn() { return loginGlimmet(L"ada", L"pass word", 7); }
+    [[nodiscard]] static Bytes noise(size_t size, uint32_t seed = 1);
+    [[nodiscard]] static Bytes bytesAt(const std::filesystem::path& file);
+
+    // Requests to the API whose target begins so.
+    [[nodiscard]] std::vector<StubRequest> requestsTo(std::string_view target) const;
+
+    static constexpr const char* PREFIX = "eu/ada/";
+    std::unique_ptr<CloudStub> service;
+};
