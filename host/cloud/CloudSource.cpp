@@ -1,10 +1,13 @@
 #include "cloud/CloudSource.h"
+#include "cloud/CloudService.h"
+#include "cloud/CloudSettings.h"
 #include "support/WidePath.h"
 
 #include <nimbrel/NimbrelEngine.h>
 
 #include <algorithm>
 #include <filesystem>
+#include <optional>
 #include <string_view>
 #include <system_error>
 
@@ -30,21 +33,53 @@ static std::string withPort(std::string url, const Protocol& protocol) {
     return url;
 }
 
+static std::optional<std::string> accountName(const std::string& name) {
+    constexpr std::string_view PREFIX = "cloud:";
+    return name.starts_with(PREFIX) ? std::optional(name.substr(PREFIX.size())) : std::nullopt;
+}
+
+// The endpoint of the store that a signed URL belongs to; empty for other URLs.
+static std::string storeOfUrl(const std::string& url) {
+    if (!url.starts_with(HTTPS.prefix)) return {};
+    const std::string known = findCloudSettings({}).store;
+    if (!known.empty()) return url.starts_with(known) && url[known.size()] == '/' ? known : std::string();
+    const size_t hostEnd = url.find('/', HTTPS.prefix.size());
+    const bool hasQuery = hostEnd != std::string::npos && url.find('?', hostEnd) != std::string::npos;
+    return hasQuery ? url.substr(0, hostEnd) : std::string();
+}
+
 SourceKind kindOfSource(const std::string& name) {
-    return protocolOf(name) ? SourceKind::POINT_SERVER : SourceKind::LOCAL_FILE;
+    if (accountName(name)) return SourceKind::ACCOUNT;
+    if (!protocolOf(name)) return SourceKind::LOCAL_FILE;
+    return storeOfUrl(name).empty() ? SourceKind::POINT_SERVER : SourceKind::SIGNED_URL;
 }
 
 std::string labelOfSource(const std::string& name) {
     return protocolOf(name) ? name.substr(0, name.find('?')) : name;
 }
 
+static int openInAccount(const std::string& name) {
+    checkCloudName(name);
+    signInToCloud(findCloudSettings({}));
+    return loadPointCloudGlimmet(widePath(name).c_str());
+}
+
 int openCloudSource(const std::string& name) {
+    if (const auto inAccount = accountName(name)) return openInAccount(*inAccount);
     const Protocol* protocol = protocolOf(name);
     if (!protocol) return loadPointCloudFile(widePath(name).c_str());
-    return loadPointCloudNetwork(widePath(withPort(name, *protocol)).c_str());
+    const std::string store = storeOfUrl(name);
+    if (store.empty()) return loadPointCloudNetwork(widePath(withPort(name, *protocol)).c_str());
+    const CloudSettings settings = findCloudSettings({});
+    useObjectStore(store, settings.origin.empty() ? settings.api : settings.origin);
+    return loadPointCloudGlimmet(widePath(name).c_str());
 }
 
 uint64_t sizeOfSource(const std::string& name) {
+    if (const auto inAccount = accountName(name)) {
+        const std::optional<CloudFile> file = findCloudFile(*inAccount);
+        return file ? file->size : 0;
+    }
     std::error_code error;
     const uintmax_t size = protocolOf(name) ? 0 : std::filesystem::file_size(name, error);
     return error ? 0 : size;

@@ -47,6 +47,8 @@ static void describeProgram(CLI::App& program) {
 
 static void addSwitches(CLI::App& program, Switches& switches) {
     for (CLI::App* command : program.get_subcommands({})) {
+        addSwitches(*command, switches); // a command may have commands of its own
+        if (!command->get_subcommands({}).empty()) continue;
         command->add_flag("-q,--quiet", switches.quiet, "No progress and no summary; errors and warnings only");
         command->add_flag("-v,--verbose", switches.verbose, "Show the engine's log on standard error");
     }
@@ -61,11 +63,16 @@ static int reportParse(const CLI::App& program, const CLI::ParseError& error, Ho
         host.output.flush();
         return DONE;
     }
-    const auto used = program.get_subcommands();
-    const std::string command = used.empty() ? "" : " " + used.front()->get_name();
-    const std::vector<std::string> unknown = program.remaining();
+    auto used = program.get_subcommands();
+    std::string command;
+    const CLI::App* deepest = &program;
+    for (; !used.empty(); used = deepest->get_subcommands()) {
+        deepest = used.front();
+        command += " " + deepest->get_name();
+    }
+    const std::vector<std::string> unknown = deepest->remaining();
     // The parser only says that a command is missing when it does not know the one that is there.
-    const bool isUnknown = used.empty() && !unknown.empty();
+    const bool isUnknown = !deepest->get_subcommands({}).empty() && !unknown.empty();
     const std::string problem = isUnknown ? "there is no command '" + unknown.front() + "'" : error.what();
     host.console.error(problem + "\nTry 'nimbrel" + command + " --help'.");
     return WRONG_USAGE;
@@ -78,6 +85,7 @@ static int parseAndRun(int argc, const char* const* argv, Host& host) {
     Switches switches;
     describeProgram(program);
     addBuildCommand(program, chosen);
+    addCloudCommand(program, chosen);
     addCollideCommand(program, chosen);
     addCoverageCommand(program, chosen);
     addDeviationCommand(program, chosen);

@@ -25,6 +25,7 @@ using Command = std::function<void(Host&)>;
 
 // Each adds one command to the program's grammar; parsing the command sets `chosen`.
 void addBuildCommand(CLI::App& program, Command& chosen);
+void addCloudCommand(CLI::App& program, Command& chosen);
 void addCollideCommand(CLI::App& program, Command& chosen);
 void addCoverageCommand(CLI::App& program, Command& chosen);
 void addDeviationCommand(CLI::App& program, Command& chosen);

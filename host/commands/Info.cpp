@@ -184,7 +184,7 @@ static void runInfo(const InfoOptions& options, Host& host) {
 void addInfoCommand(CLI::App& program, Command& chosen) {
     const auto options = std::make_shared<InfoOptions>();
     CLI::App* command = program.add_subcommand("info", "Tell what is in a point file");
-    command->add_option("FILE", options->file, "The point file: a path or a URL")->required();
+    command->add_option("FILE", options->file, "The point file: a path, cloud:NAME or a URL")->required();
     CLI::Option* json = command->add_flag("--json", options->json, "All of it as JSON, numbers in full precision");
     CLI::Option* tree = command->add_flag("--tree", options->tree, "The nodes of the tree instead, in pre-order");
     json->excludes(tree);
@@ -195,7 +195,7 @@ void addInfoCommand(CLI::App& program, Command& chosen) {
         ->check(wholeNumberFrom(0, UINT32_MAX));
     command->footer("The JSON has file, version, form, nodes, points, pointsBuilt, bounds, spacing, indexParameter,\n"
                     "protected, fileSize, bytesPerPoint, density and levels (level, nodes, points). A point\n"
-                    "server tells no spacing, indexParameter and protected, and only files here have\n"
+                    "server tells no spacing, indexParameter and protected, and only files here and in the cloud have\n"
                     "fileSize and bytesPerPoint; of a voxel model there is coloured, the number of cells with a\n"
                     "colour, and levels is empty.\n\n"
                     "Examples:\n"

@@ -156,7 +156,7 @@ static void runPoints(const PointsOptions& options, Host& host) {
 void addPointsCommand(CLI::App& program, Command& chosen) {
     const auto options = std::make_shared<PointsOptions>();
     CLI::App* command = program.add_subcommand("points", "Write the points of a point file to LAS, PLY or CSV");
-    command->add_option("FILE", options->file, "The point file: a path or a URL")->required();
+    command->add_option("FILE", options->file, "The point file: a path, cloud:NAME or a URL")->required();
     command
         ->add_option("-o,--output", options->output,
                      "The file to write: .las, .ply or .csv; - for CSV on\n"

@@ -252,7 +252,8 @@ static void addLookOptions(CLI::App& command, const std::shared_ptr<RenderOption
 void addRenderCommand(CLI::App& program, Command& chosen) {
     const auto options = std::make_shared<RenderOptions>();
     CLI::App* command = program.add_subcommand("render", "Draw point files into a picture, without a window");
-    command->add_option("FILE", options->files, "The point files, drawn together: paths or URLs")->required();
+    command->add_option("FILE", options->files, "The point files, drawn together: paths, cloud:NAME or URLs")
+        ->required();
     command->add_option("-o,--output", options->output, "The picture, replaced if it exists: .png, or .ppm")
         ->required()
         ->type_name("FILE");

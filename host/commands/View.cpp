@@ -20,7 +20,7 @@ void addViewCommand(CLI::App& program, Command& chosen) {
     CLI::App* command = program.add_subcommand("view", "Show point files in a window");
     command
         ->add_option("FILE", options->files,
-                     "The point files, shown together, each with its own switches:\npaths or URLs")
+                     "The point files, shown together, each with its own switches:\npaths, cloud:NAME or URLs")
         ->required();
     command
         ->add_option_function<std::string>(

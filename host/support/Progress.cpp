@@ -5,16 +5,15 @@
 #include <fmt/format.h>
 #include <utility>
 
-Progress::Progress(Console& consoleToUse, std::string stageName, uint64_t totalPoints)
-    : console(consoleToUse), stage(std::move(stageName)), total(totalPoints) {}
+Progress::Progress(Console& consoleToUse, std::string stageName, uint64_t totalToDo, Unit unitOfThat)
+    : console(consoleToUse), stage(std::move(stageName)), total(totalToDo), unit(unitOfThat) {}
 
 Progress::~Progress() {
     console.clearStatus();
     constexpr double WORTH_TELLING = 1.0; // seconds
     if (!finished || elapsed < WORTH_TELLING) return;
-    std::string text = fmt::format("{}: {} points in {}", stage, grouped(done), duration(elapsed));
-    const std::string speed = rate(done, elapsed);
-    if (done > 0 && !speed.empty()) text += ", " + speed;
+    std::string text = fmt::format("{}: {} in {}", stage, amount(), duration(elapsed));
+    if (done > 0 && !speed().empty()) text += ", " + speed();
     console.note(text);
 }
 
@@ -43,6 +42,18 @@ void Progress::finish(uint64_t newDone) {
     finished = true;
 }
 
+std::string Progress::amount() const {
+    return unit == BYTES ? byteSize(done) : grouped(done) + " points";
+}
+
+// Empty when the time is too short to tell.
+std::string Progress::speed() const {
+    if (unit == POINTS) return rate(done, elapsed);
+    constexpr double TOO_SHORT = 0.001; // seconds
+    return elapsed < TOO_SHORT ? std::string()
+                               : byteSize(static_cast<uint64_t>(static_cast<double>(done) / elapsed)) + "/s";
+}
+
 // Fits 80 columns up to 99,999,999,999 points; what matters least stands last.
 std::string Progress::line(bool withBar) const {
     constexpr int BAR_WIDTH = 16;
@@ -54,6 +65,6 @@ std::string Progress::line(bool withBar) const {
         text += fmt::format(" {:3.0f} %", share * 100.0);
     }
     if (share > TOO_LITTLE_TO_TELL) text += fmt::format("  {} left", duration(elapsed * (1.0 - share) / share));
-    if (done > 0) text += fmt::format("  {} points  {}", grouped(done), rate(done, elapsed));
+    if (done > 0) text += fmt::format("  {}  {}", amount(), speed());
     return text;
 }

@@ -11,15 +11,17 @@
 // A stage of less than a second shows nothing. Belongs to one thread.
 class Progress {
 public:
-    // total  points to come; 0 when not known
-    Progress(Console& console, std::string stage, uint64_t total);
+    enum Unit { POINTS, BYTES }; // what is counted
+
+    // total  points to come, or bytes; 0 when not known
+    Progress(Console& console, std::string stage, uint64_t total, Unit unit = POINTS);
     ~Progress(); // takes the bar away, and leaves a line about the whole stage once it was finished
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
-    // So many points are done. Costs a look at the clock most of the time.
+    // So many are done. Costs a look at the clock most of the time.
     void update(uint64_t newDone);
-    // The same where the share, 0 to 1, does not follow from the points; below 0 when it is not known.
+    // The same where the share, 0 to 1, does not follow from that; below 0 when it is not known.
     void update(uint64_t newDone, double newShare);
 
     void finish(uint64_t newDone);
@@ -28,10 +30,13 @@ private:
     using Clock = std::chrono::steady_clock;
 
     [[nodiscard]] std::string line(bool withBar) const;
+    [[nodiscard]] std::string amount() const;
+    [[nodiscard]] std::string speed() const;
 
     Console& console;
     const std::string stage;
     const uint64_t total;
+    const Unit unit;
     const Clock::time_point start = Clock::now();
     Clock::time_point nextShow = start + std::chrono::seconds(1);
     uint64_t done = 0;

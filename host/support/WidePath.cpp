@@ -33,6 +33,19 @@ std::optional<std::wstring> decodeUtf8(std::string_view bytes) {
     return text;
 }
 
+std::string encodeUtf8(std::wstring_view text) {
+    std::string bytes;
+    for (const wchar_t character : text) {
+        auto code = static_cast<uint32_t>(character);
+        if (code > 0x10FFFF || (code >= 0xD800 && code < 0xE000)) code = 0xFFFD;
+        const int followers = code < 0x80 ? 0 : code < 0x800 ? 1 : code < 0x10000 ? 2 : 3;
+        static constexpr uint32_t MARKS[] = {0, 0xC0, 0xE0, 0xF0}; // of the first byte, by number of followers
+        bytes += static_cast<char>(MARKS[followers] | code >> (6 * followers));
+        for (int k = followers - 1; k >= 0; --k) bytes += static_cast<char>(0x80 | (code >> (6 * k) & 0x3F));
+    }
+    return bytes;
+}
+
 std::wstring widePath(const std::string& path) {
     const std::optional<std::wstring> wide = decodeUtf8(path);
     if (!wide) throw CommandFailure(path, "the name is not valid UTF-8, and only such files can be opened");
