@@ -70,12 +70,6 @@ TEST(OPCDisk, CutsTheOutputBehindTheLastDataWritten) {
     EXPECT_EQ(208U, std::filesystem::file_size(dir.path("b.opc")));
 }
 
-TEST(OPCDisk, NamesTheFolderOfTheOutput) {
-    const TempDir dir;
-    const OPCDisk disk(dir.widePath("a.opc"), 1, BLOCK_SIZE);
-    EXPECT_EQ(dir.widePath(""), disk.getOutputPath());
-}
-
 TEST(OPCDisk, SurvivesFilesThatCannotBeMade) {
     const TempDir dir;
     for (const auto& [path, size] :

@@ -43,12 +43,6 @@ TEST(OPCSparseGrid, AnswersAlikeAsBitmapAndAsSet) {
     }
 }
 
-TEST(OPCSparseGrid, CopiesNothing) {
-    const OPCSparseGrid grid(10, 10, 10, 0, 0, 0, 1.0);
-    OPCSparseGrid copy(grid);
-    EXPECT_FALSE(copy.addPoint(at(1, 1, 1)));
-}
-
 TEST(OPCSparseGrid, SurvivesNumbersThatAreNone) {
     constexpr double INF = std::numeric_limits<double>::infinity();
     for (const double odd : {INF, -INF, std::nan(""), 1e300, 0.0}) {

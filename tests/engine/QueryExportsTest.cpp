@@ -101,13 +101,6 @@ TEST_F(QueryExports, NullBuffersDoNothing) {
     EXPECT_EQ(3, getNodeCount(id));
 }
 
-TEST_F(QueryExports, NoSelectionLeavesTheOutputAlone) {
-    const int id = loadSmallCloud();
-    char out[2] = {7, 7};
-    EXPECT_EQ(0, getNodeSelections(id, 0, out));
-    EXPECT_TRUE(allAre(out, '\7'));
-}
-
 TEST_F(QueryExports, BoundingBoxFollowsThePlacement) {
     const int id = loadSmallCloud();
     double box[6];

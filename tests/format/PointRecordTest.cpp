@@ -41,24 +41,6 @@ TEST(PointRecord, WritesFixedRecordsTruncatedAndClamped) {
     EXPECT_EQ(std::numeric_limits<int32_t>::max(), toStoredOrdinate(1.0e300, 1.0, 4));
 }
 
-TEST(PointRecord, FloatRecordsGoRoundTheOrigin) {
-    OPCPoint point;
-    point.x = 101.5, point.y = 99.0, point.z = 100.25;
-    point.colour[3] = 9;
-    point.classification = 7;
-    char record[17];
-    point.toByteArray(100, 100, 100, record, 0);
-    const unsigned char expected[17] = {0, 0, 0xC0, 0x3F, 0, 0, 0x80, 0xBF, 0, 0, 0x80, 0x3E, 0, 0, 0, 9, 7};
-    EXPECT_EQ(0, std::memcmp(expected, record, sizeof(record)));
-    OPCPoint back;
-    back.fromByteArray(200, 200, 200, record, 0);
-    EXPECT_EQ(201.5, back.x);
-    EXPECT_EQ(199.0, back.y);
-    EXPECT_EQ(200.25, back.z);
-    EXPECT_EQ(9, back.colour[3]);
-    EXPECT_EQ(7, back.classification);
-}
-
 TEST(PointStream, InterleavesBitByBit) {
     std::mt19937_64 random(1);
     for (int round = 0; round < 1000; ++round) {

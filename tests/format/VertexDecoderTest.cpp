@@ -82,20 +82,6 @@ TEST(VertexDecoder, AgreesWithTheParserOnStreams) {
     }
 }
 
-TEST(VertexDecoder, CopiesServerRecords) {
-    std::mt19937 random(3);
-    const Bytes stored = randomBytes(random, 3 * 17 + 16);
-    Bytes vertices(5 * Vertex::SIZE, 0xEE);
-    decodeFloatVertices(stored, 5, vertices.data());
-    Bytes expected;
-    for (int i = 0; i < 3; ++i) {
-        expected.insert(expected.end(), stored.begin() + 17 * i, stored.begin() + 17 * i + 17);
-        putLittle(expected, 0, 3);
-    }
-    expected.resize(5 * Vertex::SIZE);
-    EXPECT_EQ(expected, vertices);
-}
-
 TEST(VertexDecoder, GivesZerosForAStrideTooSmall) {
     const Bytes stored(40, 0xFF);
     for (int stride = 0; stride < 5; ++stride) {

@@ -191,16 +191,6 @@ TEST(CommandLine, ReplacesAnOutputOnlyWhenForced) {
     EXPECT_EQ(2U, countFiles(folder));
 }
 
-TEST(CommandLine, SampleIsTheSameForTheSameSeed) {
-    const TemporaryFolder folder;
-    for (const char* name : {"a.las", "b.las"}) {
-        ASSERT_EQ(0, runNimbrel({"sample", folder.file(name), "--points", "5000", "--seed", "7"}).status);
-    }
-    ASSERT_EQ(0, runNimbrel({"sample", folder.file("c.las"), "--points", "5000", "--seed", "8"}).status);
-    EXPECT_EQ(bytesOf(folder.file("a.las")), bytesOf(folder.file("b.las")));
-    EXPECT_NE(bytesOf(folder.file("a.las")), bytesOf(folder.file("c.las")));
-}
-
 // Each row reads the three points of inputIn() back through one filter; the first number of a line tells the point.
 TEST(CommandLine, FiltersPoints) {
     const TemporaryFolder folder;

@@ -33,12 +33,6 @@ TEST_F(FrameTest, HidesAndIsHiddenByTheHostsPicture) {
     EXPECT_NEAR(0.45F, picture->depthAt(20, 10), 1e-6F);
 }
 
-TEST_F(FrameTest, ShowsTheNearerOfTwoPoints) {
-    load({{10, 10, 20, {1, 2, 3, 4, 2}}, {10, 10, 10, {5, 6, 7, 8, 2}}});
-    look();
-    EXPECT_EQ((Pixel{1, 2, 3}), shown(10, 10));
-}
-
 TEST_F(FrameTest, PutsThePictureIntoTheOnscreenViewport) {
     load({{5, 5}, {75, 5}});
     look();
