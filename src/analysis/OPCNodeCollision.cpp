@@ -2,13 +2,13 @@
 
 #include "analysis/AnalysisRun.h"
 #include "analysis/CollisionHits.h"
-#include "analysis/JobSpread.h"
 #include "analysis/NodeCache.h"
 #include "analysis/NodePlaces.h"
 #include "analysis/PointSearch.h"
 #include "analysis/PrismGroups.h"
 #include "analysis/TreeOutline.h"
 #include "format/OPCHeader.h"
+#include "ground/Parallel.h"
 #include "stream/OPCNode.h"
 
 #include <algorithm>
@@ -106,7 +106,7 @@ private:
     [[nodiscard]] bool touch(OPCInterface& a, OPCInterface& b) const { return intersects({a, matrixA}, {b, matrixB}); }
 
     void compareAll(std::vector<Pair>& pairs, ThreadPool& pool) {
-        spreadOverPool(pool, pairs.size(), [&](size_t i) {
+        forEachInParallel(pool, pairs.size(), [&](size_t i) {
             if (hits.isFull() || run.isToEnd()) return false;
             pointsIntersect(*pairs[i].a, *pairs[i].b);
             return true;

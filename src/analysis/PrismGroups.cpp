@@ -1,8 +1,8 @@
 #include "analysis/PrismGroups.h"
 
 #include "analysis/AnalysisRun.h"
-#include "analysis/JobSpread.h"
 #include "analysis/TreeOutline.h"
+#include "ground/Parallel.h"
 
 #include <algorithm>
 #include <atomic>
@@ -53,7 +53,7 @@ public:
     bool workOn(const PrismWalk& walk, double before, double behind) {
         std::atomic<size_t> done{0};
         std::atomic<bool> goOn{true};
-        spreadOverPool(walk.pool, groups.size(), [&](size_t i) {
+        forEachInParallel(walk.pool, groups.size(), [&](size_t i) {
             const Group& group = groups[i];
             const PrismsOfNode ofNode = std::span(byNode).subspan(group.first, group.end - group.first);
             if (walk.run.isToEnd() || !walk.work(walk.tree.node(group.node), ofNode)) {

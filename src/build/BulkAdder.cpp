@@ -1,7 +1,7 @@
 #include "build/BulkAdder.h"
 
+#include "ground/Parallel.h"
 #include "ground/Pools.h"
-#include "ground/RunOnWorkers.h"
 
 #include <algorithm>
 #include <atomic>
@@ -53,14 +53,10 @@ void BulkAdder::addBatch(const PointView& points, size_t count) {
         chunks[i].end = std::min(count, count * (i + 1) / workers);
         chunks[i].cursors.resize(leaves.size());
     }
-    const auto onEachChunk = [&](const std::function<void(Chunk&)>& work) {
-        runOnWorkers(buildPool(), static_cast<int>(workers),
-                     [&](int worker) { work(chunks[static_cast<size_t>(worker)]); });
-    };
-    onEachChunk([&](Chunk& chunk) { route(chunk, points); });
+    forEachInParallel(buildPool(), workers, [&](size_t i) { route(chunks[i], points); });
     layOutGroups();
-    onEachChunk([&](Chunk& chunk) { scatter(chunk); });
-    fillLeaves(points, static_cast<int>(workers));
+    forEachInParallel(buildPool(), workers, [&](size_t i) { scatter(chunks[i]); });
+    fillLeaves(points);
     for (Chunk& chunk : chunks) {
         context.outside += chunk.outside;
         chunk.outside = 0;
@@ -117,17 +113,14 @@ void BulkAdder::scatter(Chunk& chunk) {
     }
 }
 
-void BulkAdder::fillLeaves(const PointView& points, int workers) {
+void BulkAdder::fillLeaves(const PointView& points) {
     for (Chunk& chunk : chunks) {
         for (const Group& group : groups) chunk.cursors[group.leaf->leafNumber] = 0;
         chunk.touched.clear();
     }
-    std::atomic<size_t> next{0};
-    runOnWorkers(buildPool(), std::min(workers, static_cast<int>(groups.size())), [&](int) {
-        for (size_t i = next++; i < groups.size(); i = next++) {
-            const Group& group = groups[i];
-            group.leaf->addRun(context, points, std::span(order).subspan(group.begin, group.end - group.begin));
-        }
+    forEachInParallel(buildPool(), groups.size(), [&](size_t i) {
+        const Group& group = groups[i];
+        group.leaf->addRun(context, points, std::span(order).subspan(group.begin, group.end - group.begin));
     });
 }
 

@@ -36,7 +36,7 @@ private:
     void route(Chunk& chunk, const PointView& points);
     void layOutGroups();
     void scatter(Chunk& chunk);
-    void fillLeaves(const PointView& points, int workers);
+    void fillLeaves(const PointView& points);
     void numberNewLeaves(OPCTreeDataNode& divided);
 
     BuildContext& context;

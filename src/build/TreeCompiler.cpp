@@ -4,8 +4,8 @@
 #include "build/NodeEncoder.h"
 #include "build/OPCDisk.h"
 #include "build/OPCSparseGrid.h"
+#include "ground/Parallel.h"
 #include "ground/Pools.h"
-#include "ground/RunOnWorkers.h"
 
 #include <algorithm>
 #include <numeric>
@@ -66,13 +66,11 @@ void TreeCompiler::compile(const CompileSettings& settingsIn, const std::atomic<
         if (innerChildren == 0) starts.push_back(&node);
     });
     std::atomic<size_t> next{0};
-    runOnWorkers(buildPool(), std::min(maxCores(), static_cast<int>(std::min<size_t>(starts.size(), INT32_MAX))),
-                 [&](int) {
-                     Worker worker;
-                     for (size_t i = next++; i < starts.size() && !shouldStop(); i = next++) {
-                         compileSubtree(starts[i], worker);
-                     }
-                 });
+    const size_t workers = std::clamp<size_t>(starts.size(), 1, static_cast<size_t>(maxCores()));
+    runWithHelpers(buildPool(), static_cast<int>(workers) - 1, [&] {
+        Worker worker;
+        for (size_t i = next++; i < starts.size() && !shouldStop(); i = next++) compileSubtree(starts[i], worker);
+    });
 }
 
 // Compiles a node whose children are done, and then each ancestor whose last open child this was.

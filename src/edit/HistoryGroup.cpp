@@ -1,9 +1,10 @@
 #include "edit/HistoryGroup.h"
 
-#include "edit/NodeWork.h"
 #include "edit/StoredPoints.h"
 #include "format/NodeRecord.h"
 #include "ground/Log.h"
+#include "ground/Parallel.h"
+#include "ground/Pools.h"
 #include "stream/OPCInterface.h"
 
 #include <filesystem>
@@ -152,7 +153,7 @@ HistoryGroup HistoryGroup::process() {
         backup.open(toUtf8(backupPath).c_str(), false);
     }
     std::vector<HistoryItem> taken(items.size());
-    workInParallel(items.size(), [&](size_t i) {
+    forEachInParallel(processingPool(), items.size(), [&](size_t i) {
         taken[i] = HistoryItem(*items[i].getNode(), opposite);
         items[i].restore(type, backup);
     });

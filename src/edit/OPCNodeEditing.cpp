@@ -1,10 +1,11 @@
 // Deleting, restoring and classifying points. The nodes that an operation touches are listed first and then worked on
 // by all cores: the list costs a look at each node, and a tree that is deep or lopsided spreads as well as any other.
 
-#include "edit/NodeWork.h"
 #include "edit/StoredPoints.h"
 #include "format/NodeRecord.h"
 #include "ground/Log.h"
+#include "ground/Parallel.h"
+#include "ground/Pools.h"
 #include "stream/GPUBatch.h"
 #include "stream/NodeWalk.h"
 #include "stream/OPCNode.h"
@@ -19,7 +20,7 @@ void workOnSubtree(OPCInterface& root, IsTouched isTouched, Work work) {
         if (isTouched(node)) touched.push_back(&node);
         return true;
     });
-    workInParallel(touched.size(), [&](size_t i) { work(static_cast<OPCNode&>(*touched[i])); });
+    forEachInParallel(processingPool(), touched.size(), [&](size_t i) { work(static_cast<OPCNode&>(*touched[i])); });
 }
 
 // The stored bytes of a node that is about to change; false, with the reason for the host, if they can't be had.

@@ -1,7 +1,7 @@
 #include "stream/ParallelNodeWalk.h"
 
+#include "ground/Parallel.h"
 #include "ground/Pools.h"
-#include "ground/ThreadPool.h"
 #include "stream/OPCInterface.h"
 
 #include <algorithm>
@@ -9,7 +9,6 @@
 #include <condition_variable>
 #include <cstddef>
 #include <exception>
-#include <memory>
 #include <mutex>
 #include <vector>
 
@@ -28,22 +27,20 @@ class ParallelWalk {
 public:
     ParallelWalk(Waiting first, const NodeVisit& visitIn) : visit(visitIn), shared{first} {}
 
-    // Works until nothing is left anywhere. One that comes too late leaves at once.
+    // Works until nothing is left anywhere, or a visit fails.
     void work(int worker) {
         std::vector<Waiting> mine;
+        std::exception_ptr failure;
         for (bool isFirst = true; take(mine, isFirst); isFirst = false) {
             try {
                 while (!mine.empty() && !isEnded) step(mine, worker);
             } catch (...) {
-                end(std::current_exception());
+                failure = std::current_exception();
+                end();
             }
             mine.clear();
         }
-    }
-
-    [[nodiscard]] std::exception_ptr takeFailure() {
-        std::lock_guard lock(mutex);
-        return failure;
+        if (failure) std::rethrow_exception(failure);
     }
 
 private:
@@ -86,20 +83,18 @@ private:
         return true;
     }
 
-    void end(std::exception_ptr reason) {
+    void end() {
         std::lock_guard lock(mutex);
-        if (!failure) failure = std::move(reason);
         shared.clear();
         isEnded = true;
     }
 
-    const NodeVisit& visit; // the caller's; called only while somebody is busy, and the caller stays that long
+    const NodeVisit& visit; // the caller's
     std::mutex mutex;       // guards everything below
     std::condition_variable changed;
     std::vector<Waiting> shared; // for whoever is out of work
     int busy = 0;                // workers with nodes of their own
-    std::exception_ptr failure;
-    std::atomic<int> idle{0}; // workers that wait; written under the mutex, looked at without it
+    std::atomic<int> idle{0};    // workers that wait; written under the mutex, looked at without it
     std::atomic<bool> isEnded{false};
 };
 
@@ -110,13 +105,8 @@ int parallelWalkWorkers() {
 }
 
 void walkNodesInParallel(OPCInterface& root, int task, const NodeVisit& visit) {
-    // Shared with the jobs, which may begin only after the walk is over.
-    const auto walk = std::make_shared<ParallelWalk>(Waiting{&root, task}, visit);
-    if (!root.getChildren().empty()) {
-        for (int worker = 1; worker < parallelWalkWorkers(); ++worker) {
-            root.getProcessingThreadPool().AddJob([walk, worker] { walk->work(worker); });
-        }
-    }
-    walk->work(0);
-    if (const std::exception_ptr failure = walk->takeFailure()) std::rethrow_exception(failure);
+    ParallelWalk walk({&root, task}, visit);
+    std::atomic<int> workers{0};
+    const int helpers = root.getChildren().empty() ? 0 : parallelWalkWorkers() - 1;
+    runWithHelpers(root.getProcessingThreadPool(), helpers, [&] { walk.work(workers++); });
 }

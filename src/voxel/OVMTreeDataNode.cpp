@@ -12,8 +12,8 @@
 
 #include "format/PointRecord.h"
 #include "ground/Log.h"
+#include "ground/Parallel.h"
 #include "ground/Pools.h"
-#include "ground/RunOnWorkers.h"
 
 #include <algorithm>
 #include <cassert>
@@ -41,14 +41,6 @@ size_t partCells(std::span<VoxelCell> cells, const VoxelAxis& cut, size_t axis, 
         lower += cut.isUpper(cell.part[axis], depth) ? 0 : 1;
     }
     return lower;
-}
-
-// Calls work(0) to work(jobs - 1) on all cores, in no particular order.
-void onAllCores(size_t jobs, const std::function<void(size_t)>& work) {
-    std::atomic<size_t> next{0};
-    runOnWorkers(buildPool(), maxCores(), [&](int) {
-        for (size_t job = next++; job < jobs; job = next++) work(job);
-    });
 }
 
 } // namespace
@@ -122,13 +114,12 @@ void OVMTreeDataNode::addRound(const double* positions, const unsigned char* att
         router->placed = 0;
         for (auto& runs : router->runs) runs.clear();
     }
-    runOnWorkers(buildPool(), static_cast<int>(workers), [&](int worker) {
-        const size_t number = static_cast<size_t>(worker);
+    forEachInParallel(buildPool(), workers, [&](size_t number) {
         const size_t begin = count * number / workers;
         const size_t end = count * (number + 1) / workers;
         route(*routers[number], positions + begin * 3, attributes + begin * ATTRIBUTE_BYTES, end - begin);
     });
-    if (workers > 1) return onAllCores(SHARDS, [this](size_t shard) { mergeRuns(shard); });
+    if (workers > 1) return forEachInParallel(buildPool(), SHARDS, [this](size_t shard) { mergeRuns(shard); });
     for (size_t shard = 0; shard < SHARDS; ++shard) mergeRuns(shard);
 }
 
@@ -256,7 +247,7 @@ void OVMTreeDataNode::compile(std::atomic<int64_t>& compiledCount) {
     if (aborted) return;
     std::vector<VoxelCell> cells = takeCells();
     std::vector<Piece> pieces = planPieces(cells);
-    onAllCores(pieces.size(), [&](size_t i) { compilePiece(pieces[i], compiledCount); });
+    forEachInParallel(buildPool(), pieces.size(), [&](size_t i) { compilePiece(pieces[i], compiledCount); });
     if (aborted) return;
     int64_t leaves = 0;
     for (Piece& piece : pieces) {

@@ -1,7 +1,7 @@
 #include "voxel/VoxelMap.h"
 
+#include "ground/Parallel.h"
 #include "ground/Pools.h"
-#include "ground/RunOnWorkers.h"
 #include "voxel/ModelGrid.h"
 
 #include <algorithm>

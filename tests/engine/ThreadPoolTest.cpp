@@ -1,8 +1,13 @@
 #include "ground/ThreadPool.h"
+
+#include "ground/Parallel.h"
 #include "support/BlockedPool.h"
 
+#include <atomic>
 #include <gtest/gtest.h>
+#include <stdexcept>
 #include <string>
+#include <vector>
 
 TEST(ThreadPool, RunsOnlyTheLatestOfJobsWithTheSameId) {
     ThreadPool pool(1);
@@ -103,4 +108,38 @@ TEST(ThreadPool, SpreadsJobsOverItsThreads) {
     });
     pool.WaitAll();
     EXPECT_EQ(0, pool.outstandingJobs());
+}
+
+TEST(Parallel, DoesAllOfItWhateverThePoolDoes) {
+    std::vector<int> calls(10000);
+    const auto work = [&](ThreadPool& pool) { forEachInParallel(pool, calls.size(), [&](size_t i) { ++calls[i]; }); };
+    ThreadPool pool(1);
+    work(pool);
+    {
+        BlockedPool blocked(pool);
+        work(pool);
+        blocked.finish(); // helpers that come too late add nothing
+    }
+    pool.AddJob([&] { work(pool); });
+    pool.WaitAll();
+    pool.accepting = false;
+    work(pool);
+    EXPECT_EQ(std::vector<int>(calls.size(), 4), calls);
+}
+
+TEST(Parallel, EndsEarlyAtAFailure) {
+    ThreadPool pool(2);
+    std::atomic<int> calls{0};
+    const auto failAt = [&](int call, bool isThrown) {
+        calls = 0;
+        forEachInParallel(pool, 1000000, [&](size_t) {
+            if (++calls == call && isThrown) throw std::runtime_error("enough");
+            return calls < call;
+        });
+    };
+    failAt(1000, false);
+    EXPECT_LE(1000, calls);
+    EXPECT_GT(2000, calls);
+    EXPECT_THROW(failAt(1000, true), std::runtime_error);
+    EXPECT_GT(2000, calls);
 }
