@@ -9,7 +9,6 @@
 // The server of the first form has all bodies in memory, so that what is measured is the client.
 
 #include "nimbrel/NimbrelEngine.h"
-#include "remote/ConnectionPool.h"
 
 #include <algorithm>
 #include <atomic>
@@ -20,6 +19,7 @@
 #include <cstring>
 #include <glm/gtc/matrix_transform.hpp>
 #include <glm/gtc/type_ptr.hpp>
+#include <httplib.h>
 #include <string>
 #include <thread>
 #include <vector>
@@ -110,8 +110,7 @@ int benchLatency(const std::string& path) {
     const int id = loadPointCloudFile(file.c_str());
     if (id < 0) return 1;
     const Bodies bodies = bodiesOf(id);
-    std::fprintf(stderr, "%d nodes, %lld points, %d connections\n", getNodeCount(id),
-                 static_cast<long long>(getPointCount(id)), connectionCount());
+    std::fprintf(stderr, "%d nodes, %lld points\n", getNodeCount(id), static_cast<long long>(getPointCount(id)));
     closePointCloud(id);
     measure("local disk", 5, [&] { return loadPointCloudFile(file.c_str()); });
 

@@ -26,9 +26,11 @@ bool isPeerKnown(int socket) {
 
 } // namespace
 
-int connectionCount() {
+int connectionCount(std::chrono::nanoseconds roundTrip) {
     constexpr int LEAST = 8;
-    return std::max(LEAST, maxCores());
+    constexpr std::chrono::microseconds FOR_EACH{1250};
+    const auto wanted = std::min<int64_t>(roundTrip / FOR_EACH, MOST_CONNECTIONS);
+    return std::max({LEAST, maxCores(), static_cast<int>(wanted)});
 }
 
 ConnectionPool::Patience ConnectionPool::patience;

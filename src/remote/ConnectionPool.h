@@ -13,7 +13,11 @@
 
 // Connections that a client of one server keeps, clouds and the cloud service alike: 8, or one a core where there are
 // more. Reads wait for the server rather than for a core, so that a machine with few cores needs as many.
-int connectionCount();
+//
+// roundTrip  the shortest time that the server took to answer. From 10 ms on connections grow with it, up to 32: what
+//            arrives in a second is bounded by requests under way over round trips
+constexpr int MOST_CONNECTIONS = 32;
+int connectionCount(std::chrono::nanoseconds roundTrip = {});
 
 // Keeps the connections to one server open from request to request, and lends each to one thread at a time.
 //

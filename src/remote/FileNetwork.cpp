@@ -114,4 +114,5 @@ void FileNetwork::readHeader(OPCHeader* header) {
     if (header->isValid() && (!arrived || getTreeStructureSize() != treeSize)) {
         throw std::runtime_error("the server sent no tree of the announced size");
     }
+    ahead.allowReaders(connectionCount(network->roundTrip()));
 }

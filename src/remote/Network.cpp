@@ -53,7 +53,8 @@ Network::Network(const std::wstring& url) : Network(parse(url)) {}
 
 Network::Network(Address address)
     : protocol(std::move(address.protocol)), host(std::move(address.host)), port(std::move(address.port)),
-      path(std::move(address.path)), connections(protocol + "://" + host + ":" + port, connectionCount()) {
+      path(std::move(address.path)),
+      connections(protocol + "://" + host + ":" + port, std::max(connectionCount(), MOST_CONNECTIONS)) {
     networkState = true;
 }
 
@@ -72,14 +73,23 @@ void Network::noteFailure(const std::string& text) {
     failure = text;
 }
 
+void Network::noteWait(std::chrono::nanoseconds wait) {
+    const int64_t known = shortestWait;
+    if (known == 0 || wait.count() < known) shortestWait = wait.count(); // of two at once either will do
+}
+
 Network::Outcome Network::exchange(const std::string& query, const Receiver& receiver) {
     if (!networkState) return Outcome::FAILED;
     const BrokenPipeGuard guard;
     try {
         const ConnectionPool::Lease lease = connections.take();
         if (!lease) return Outcome::FAILED;
+        const auto start = std::chrono::steady_clock::now();
+        bool hasBegun = false;
         bool fits = true;
         const httplib::Result result = lease.client().Get(path + query, [&](const char* bytes, size_t count) {
+            if (!hasBegun) noteWait(std::chrono::steady_clock::now() - start);
+            hasBegun = true;
             fits = receiver(bytes, count);
             return fits && lease.received(count);
         });

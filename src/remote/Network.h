@@ -3,6 +3,7 @@
 #include "remote/ConnectionPool.h"
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <mutex>
@@ -35,6 +36,9 @@ public:
     // after others.
     [[nodiscard]] std::string lastFailure() const;
 
+    // The shortest time from a request to the first byte of an answer so far; 0 before any.
+    [[nodiscard]] std::chrono::nanoseconds roundTrip() const { return std::chrono::nanoseconds(shortestWait); }
+
     // Ends the exchanges under way, and lets none begin.
     void abandon();
 
@@ -52,6 +56,7 @@ private:
     explicit Network(Address address);
     static Address parse(const std::wstring& url);
     void noteFailure(const std::string& text);
+    void noteWait(std::chrono::nanoseconds wait);
     Outcome exchange(const std::string& query, const Receiver& receiver);
 
     std::atomic<bool> networkState{false}; // true once constructed
@@ -60,6 +65,7 @@ private:
     const std::string port;
     const std::string path; // comes before every query
     ConnectionPool connections;
-    mutable std::mutex mutex; // guards failure
+    std::atomic<int64_t> shortestWait{0}; // nanoseconds
+    mutable std::mutex mutex;             // guards failure
     std::string failure;
 };

@@ -60,10 +60,15 @@ void addWindow(std::vector<int>& windows, int window) {
 } // namespace
 
 ReadAhead::ReadAhead(int mostReadersIn, int64_t mostBytesIn)
-    : mostReaders(std::max(1, mostReadersIn)), mostBytes(mostBytesIn) {}
+    : mostBytes(mostBytesIn), mostReaders(std::max(1, mostReadersIn)) {}
 
 ReadAhead::~ReadAhead() {
     stop();
+}
+
+void ReadAhead::allowReaders(int count) {
+    std::lock_guard lock(mutex);
+    mostReaders = std::max(1, count);
 }
 
 void ReadAhead::request(OPCNode& node, int window) {

@@ -31,6 +31,9 @@ public:
     ReadAhead(const ReadAhead&) = delete;
     ReadAhead& operator=(const ReadAhead&) = delete;
 
+    // How many readers there may be from now on, for a source that learns it when it is opened.
+    void allowReaders(int count);
+
     // Asks for a node's points for a window. One that waits or is being read is not read twice. Does nothing once
     // stopped, or while the disk thread takes no jobs.
     void request(OPCNode& node, int window);
@@ -60,9 +63,9 @@ private:
     void finish(OPCNode& node, bool arrived);
     void dropWaiting();
 
-    const int mostReaders;
     const int64_t mostBytes;
     std::mutex mutex; // guards everything below; taken before a batch's mutex
+    int mostReaders;
     std::condition_variable available;
     std::condition_variable finished;
     std::map<Place, Request> waiting;
