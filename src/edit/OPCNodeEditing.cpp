@@ -3,6 +3,7 @@
 
 #include "edit/StoredPoints.h"
 #include "format/NodeRecord.h"
+#include "format/PointRecord.h"
 #include "ground/Log.h"
 #include "ground/Parallel.h"
 #include "ground/Pools.h"
@@ -23,10 +24,12 @@ void workOnSubtree(OPCInterface& root, IsTouched isTouched, Work work) {
     forEachInParallel(processingPool(), touched.size(), [&](size_t i) { work(static_cast<OPCNode&>(*touched[i])); });
 }
 
-// The stored bytes of a node that is about to change; false, with the reason for the host, if they can't be had.
+// The stored bytes of a node that is about to change; false, with the reason for the host, if they can't be had or are
+// too short for points.
 bool load(OPCNode& node, std::vector<unsigned char>& stored) {
-    if (node.loadPointData(stored)) return true;
-    setLastError("points of the file can't be read, so that they stay as they are");
+    const bool hasRoom = NodeRecord::isStream(node.getVersion()) || node.getBytesPerVertex() >= ATTRIBUTE_BYTES;
+    if (hasRoom && node.loadPointData(stored)) return true;
+    setLastError(UNREAD_POINTS);
     return false;
 }
 

@@ -8,6 +8,7 @@
 #include "edit/PolygonSelection.h"
 #include "edit/SelectionFilters.h"
 #include "edit/SelectionShape.h"
+#include "edit/StoredPoints.h"
 #include "format/OPCNodeParser.h"
 #include "format/PointRecord.h"
 #include "ground/Log.h"
@@ -203,8 +204,7 @@ void OPCNode::invertSelectedPoints() {
 void OPCNode::paintPassing(const PointEditor& painter, SelectionScratch& scratch) {
     const auto total = std::count(scratch.passes.begin(), scratch.passes.end(), 1);
     if (total == 0 || !isWritable()) return;
-    if (!loadPointData(scratch.stored))
-        return setLastError("points of the file can't be read, so that they stay as they are");
+    if (!loadPointData(scratch.stored)) return setLastError(UNREAD_POINTS);
     OPCNodeParser parser(scratch.stored, getFilter(), bytesPerVertex, version);
     int32_t turn = painter.takeTurns(static_cast<int>(total));
     for (size_t i = 0; i < scratch.passes.size(); ++i) {

@@ -12,9 +12,8 @@ bool isSet(const std::vector<bool>& bits, int i) {
     return static_cast<size_t>(i) < bits.size() && bits[static_cast<size_t>(i)];
 }
 
-// Records that lie in `bytes` whole, `count` at most; none of a stride that holds no attributes.
+// Records that lie in `bytes` whole, `count` at most.
 int wholeRecords(size_t bytes, int stride, int count) {
-    if (stride < ATTRIBUTE_BYTES) return 0;
     return static_cast<int>(std::min<size_t>(bytes / static_cast<size_t>(stride), static_cast<size_t>(count)));
 }
 

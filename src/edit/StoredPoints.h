@@ -5,7 +5,10 @@
 #include <vector>
 
 // Edits of a node's stored bytes, in memory. Bits beyond a vector's end read as false, and streams end at damaged
-// bytes.
+// bytes. Fixed records that are edited have a stride with room for their attributes.
+
+// What the host hears of points that an operation passes over because they can't be had.
+inline constexpr const char* UNREAD_POINTS = "points of the file can't be read, so that they stay as they are";
 
 // Moves the fixed records that `doomed` names behind the others of the first `count`, each kind in its order, and
 // returns how many others there are.
@@ -25,7 +28,7 @@ bool setFixedClass(std::span<unsigned char> records, int stride, int count, cons
                    unsigned char value);
 bool setStreamClass(std::span<unsigned char> stream, int count, const std::vector<bool>& selected, unsigned char value);
 
-// Whether two sets of records have the same places, in any order.
+// Whether two sets of records have the same places, in any order. False for records too short for points.
 bool haveSamePlaces(std::span<const unsigned char> a, std::span<const unsigned char> b, int stride);
 
 // Gives `saved` the marks of `stream`; false if they are not streams of the same places.

@@ -365,20 +365,21 @@ TEST_F(Editing, PaintIsUndoneByteForByte) {
     }
 }
 
-// Marks and counts stay together where the points can't be read, or lie where the tree is.
+// Marks and counts stay together where the points can't be read, lie where the tree is, or are too short for points.
 TEST_F(Editing, LeavesNodesThatCantBeReadOrWritten) {
-    for (const int64_t location : {int64_t{1} << 20, int64_t{100}}) {
-        for (const int version : {17, 18}) {
-            PointFileMaker maker(version);
-            maker.add({.pointCount = 1, .location = location, .diskSize = 8, .originalCount = 2});
-            const Bytes before = maker.make() + Bytes(200, 1);
-            const int id = loadPointCloudFile(dir.writeWide("cloud", before).c_str());
-            select({true});
-            setLasValueOnSelectedPoints(3);
-            deleteSelectedPoints();
-            if (version == 18) restorePointCloud(id); // in version 17 the count alone
-            EXPECT_EQ(before, dir.read("cloud")) << location << ", " << version;
-            closePointCloud(id);
-        }
+    const std::tuple<int, int64_t, int> cases[] = {{17, 1 << 20, 14}, {17, 100, 14}, {18, 1 << 20, 14},
+                                                   {18, 100, 14},     {17, -1, 0},   {17, -1, 4}};
+    for (const auto& [version, location, stride] : cases) {
+        PointFileMaker maker(version);
+        maker.add({.pointCount = 1, .location = location, .stride = stride, .diskSize = 8, .originalCount = 2});
+        const Bytes before = maker.make() + Bytes(200, 1);
+        const int id = loadPointCloudFile(dir.writeWide("cloud", before).c_str());
+        select({true});
+        setLasValueOnSelectedPoints(3);
+        deleteSelectedPoints();
+        EXPECT_EQ(std::vector<bool>{true}, node(0).getSelectionBits());
+        if (version == 18) restorePointCloud(id); // in version 17 the count alone
+        EXPECT_EQ(before, dir.read("cloud")) << version << ", " << location << ", " << stride;
+        closePointCloud(id);
     }
 }
