@@ -190,6 +190,9 @@ static void select(const EditOptions& options, const OpenCloud& cloud, PointSele
             selection.remove(shape);
         });
     }
+    // Opening cleared the reason, so that it is one of these selections.
+    const std::string reason = nimbrelLastError();
+    if (!reason.empty()) throw CommandFailure(options.file, reason);
 }
 
 static void eraseSelected(const EditOptions& options, const OpenCloud& cloud, uint64_t expected) {
@@ -214,7 +217,7 @@ static void change(const EditOptions& options, const OpenCloud& cloud, PointSele
             selection.paint(parseShape(step.shape, cloud.facts().box), paint);
         }
     }
-    // Opening cleared the reason, so that it is one of these changes.
+    // Nothing failed before, so that it is one of these changes.
     const std::string reason = nimbrelLastError();
     if (!reason.empty()) throw CommandFailure(options.file, "not all points could be changed: " + reason);
 }

@@ -239,8 +239,8 @@ NIMBREL_API int getNodeSelections(int id, int node, char* out);
  * brings everything to the disk and removes the journal. After a failure of power or of the system nothing of an edit
  * that was not followed by a close is certain. One process edits a file at a time: while one has begun to, and until it
  * closes the file, the edits of others change nothing. An edit for which the journal can't be written, because the disk
- * is full
- * or the folder can't be written to, changes nothing either; nimbrelLastError tells. docs/format.md has the journal. */
+ * is full or the folder can't be written to, changes nothing either; nimbrelLastError tells. docs/format.md has the
+ * journal. */
 
 /**
  * Deletes the selected points of the clouds that are enabled, not masked and open for writing, and clears the selection
@@ -269,8 +269,7 @@ NIMBREL_API void setLasValueOnSelectedPoints(int value);
  *
  * Entries are best undone in the order of their making. One that no longer fits, because a node was changed by
  * something that was not recorded or undone, never loses a point: it leaves the bytes of such a node as they are.
- * Closing a cloud
- * takes its nodes out of every entry, and entries that hold nothing else go. */
+ * Closing a cloud takes its nodes out of every entry, and entries that hold nothing else go. */
 
 /**
  * Begins to record.
@@ -631,12 +630,12 @@ NIMBREL_API void activateLuminanceProcess(int amount, bool brightness);
  *
  * Clouds that are disabled, masked or protected do not take part. Where the clip box is armed, a cloud with
  * ignoreClipBox turns it off for itself and for the clouds after it. While changes are recorded, a node that can't be
- * backed up for want of space is left alone with all below it. A node that can't be read is left as it is.
+ * backed up for want of space is left alone with all below it. A node whose points must be looked at and can't be read
+ * is left as it is, and nimbrelLastError tells of it; its children take part.
  *
  * These run on all cores and return when they are done. Any thread; two at a time on the same clouds can undo each
- * other's marks. Nothing is reported: ask getSelectedPointsCount. At their end the clip box and the match are disarmed,
- * and after
- * the first two the painter, even if nothing was done. */
+ * other's marks. Nothing else is reported: ask getSelectedPointsCount. At their end the clip box and the match are
+ * disarmed, and after the first two the painter, even if nothing was done. */
 
 /**
  * Selects in a sphere or in a box.

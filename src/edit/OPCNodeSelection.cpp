@@ -97,8 +97,11 @@ int OPCNode::selectOnBoundary(const SelectionWalk& walk, SelectionScratch& scrat
     }
     const bool hasBackup = historySnapshot();
     if (!walk.shape.goesOn(verdict, hasBackup, clip)) return STOP_DESCENT;
-    // A node that can't be read stays as it is.
-    if (findPassing(walk, scratch)) changePassing(walk, scratch);
+    if (findPassing(walk, scratch)) {
+        changePassing(walk, scratch);
+    } else {
+        setLastError(UNREAD_POINTS);
+    }
     return BOUNDARY;
 }
 

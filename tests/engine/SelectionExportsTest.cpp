@@ -234,6 +234,7 @@ TEST_F(SelectionExports, LeaveANodeThatCannotBeReadAsItIs) {
     selectPointsByVolume(part, 4, false, false);
     EXPECT_FALSE(root.hasSelectionBits());
     EXPECT_EQ(1, getSelectedPointsCount()) << "the child's";
+    EXPECT_STREQ("points of the file can't be read, so that they stay as they are", nimbrelLastError());
     activateLuminanceProcess(200, true);
     const Bytes clear = dir.read("hollow");
     EXPECT_EQ(before, clear);

@@ -197,4 +197,9 @@ TEST(EditCommand, RefusesWhatItCannotDo) {
         EXPECT_NE(std::string::npos, result.err.find("journal")) << change << result.err;
     }
     EXPECT_EQ(before, bytesOf(cloud.file));
+    // So it is where points can't be read.
+    std::filesystem::resize_file(cloud.file, std::filesystem::file_size(cloud.file) / 2);
+    const RunResult result = cloud.edit({"--select", "box:1,1,1,9,9,9", "--count"});
+    EXPECT_EQ(1, result.status) << result.out;
+    EXPECT_NE(std::string::npos, result.err.find("can't be read")) << result.err;
 }
