@@ -33,13 +33,14 @@ void OPCNode::selectPointsBySphere2(const glm::dvec3& centre, double reach, cons
         const ClipBox::Test test = prism.testIntersection(nodeCentre.x, nodeCentre.y, nodeCentre.z, node.getRadius());
         if (test == ClipBox::OUTSIDE || reach + node.getRadius() < distance) return false;
         const std::shared_ptr<PointSearch> points = findings.pointsOf(node);
+        if (!points) return true; // those of its children may be there
         if (test == ClipBox::INSIDE && reach >= distance + node.getRadius()) {
-            std::vector<uint32_t> all(points ? points->all().size() : 0);
+            std::vector<uint32_t> all(points->all().size());
             std::iota(all.begin(), all.end(), 0U);
-            if (points) findings.tell(node, *points, all, true);
+            findings.tell(node, *points, all, true);
             return false;
         }
-        if (points) findings.tell(node, *points, findIn(*points, centre, reach, prism), false);
+        findings.tell(node, *points, findIn(*points, centre, reach, prism), false);
         return true;
     });
 }

@@ -235,6 +235,10 @@ TEST_F(SelectionExports, LeaveANodeThatCannotBeReadAsItIs) {
     EXPECT_FALSE(root.hasSelectionBits());
     EXPECT_EQ(1, getSelectedPointsCount()) << "the child's";
     EXPECT_STREQ("points of the file can't be read, so that they stay as they are", nimbrelLastError());
+    clearSelectedPoints();
+    const double around[9] = {-1e3, -1e3, 0, 1e3, -1e3, 0, 0, 1e3, 0};
+    selectPointsByTriangle(around, nullptr, 1e5, 0);
+    EXPECT_EQ(1, getSelectedPointsCount()) << "the child's";
     activateLuminanceProcess(200, true);
     const Bytes clear = dir.read("hollow");
     EXPECT_EQ(before, clear);
