@@ -52,9 +52,11 @@ void Editor::stroke(Walk walk) {
     const bool isPainting = mode == Mode::PAINT;
     record(isPainting ? Step::COLOURS : Step::SELECTION, [&] {
         if (mode == Mode::REPLACE) {
-            // Not by clearing, which would end the history of selections.
-            const double everywhere[4] = {0.0, 0.0, 0.0, 9999999999.0};
-            selectPointsByVolume(everywhere, 4, true, false);
+            // Not by clearing, which would end the history of selections; nor by a sphere, which passes over clouds that
+            // are read-only.
+            constexpr double FAR = 9999999999.0;
+            const double everywhere[15] = {0, 0, 0, 1, 0, 0, FAR, 0, 1, 0, FAR, 0, 0, 1, FAR};
+            selectPointsByVolume(everywhere, 15, true, false);
         }
         if (isPainting) armPaint(paint);
         scene.armClip();
@@ -142,6 +144,7 @@ static std::bitset<256> selectedClasses(uint64_t count) {
 }
 
 void Editor::growByClass() {
+    count(); // clouds can have been hidden since
     const std::bitset<256> classes = selectedClasses(selected);
     if (classes.none()) return;
     std::array<bool, 256> others{};

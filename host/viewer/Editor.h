@@ -10,9 +10,9 @@
 // Changes the selection and the points of a scene's clouds, each change as one step that can be undone.
 //
 // What a stroke meets is what the picture shows: points outside the clip box stay as they are, and so do clouds that
-// are not visible. Clouds that cannot be written to, or are protected, are passed over. Belongs to the thread of the
-// scene, which must outlive it. What undoing needs lies in a folder of its own that goes away with the object; nothing
-// but the files' own bytes stays behind.
+// are not visible. Protected clouds are passed over, and so are clouds that cannot be written to, except that boxes,
+// `selectAll` and `invert` mark their points. Belongs to the thread of the scene, which must outlive it. What undoing
+// needs lies in a folder of its own that goes away with the object; nothing but the files' own bytes stays behind.
 class Editor {
 public:
     enum class Mode { REPLACE, ADD, SUBTRACT, PAINT };
