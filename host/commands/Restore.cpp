@@ -10,6 +10,7 @@
 #include <CLI/Formatter.hpp>
 #include <nimbrel/NimbrelEngine.h>
 
+#include <algorithm>
 #include <fmt/format.h>
 #include <memory>
 #include <unistd.h>
@@ -32,9 +33,11 @@ static void runRestore(const RestoreOptions& options, Host& host) {
         runAndShow(host.console, "Restoring", [&] { restorePointCloud(cloud.id()); });
         const int64_t still = before.pointsBuilt - cloud.facts().points;
         if (still > 0) {
-            throw CommandFailure(options.file, fmt::format("{} of {} deleted points could not be restored",
+            const std::string reason = nimbrelLastError();
+            throw CommandFailure(options.file, fmt::format("{} of {} deleted points could not be restored{}{}",
                                                            grouped(static_cast<uint64_t>(still)),
-                                                           grouped(static_cast<uint64_t>(missing))));
+                                                           grouped(static_cast<uint64_t>(missing)),
+                                                           reason.empty() ? "" : ": ", reason));
         }
     }
     if (host.console.isQuiet()) return;

@@ -189,10 +189,12 @@ TEST(EditCommand, RefusesWhatItCannotDo) {
     EXPECT_EQ(1, cloud.edit({"--select", "all", "--extract", cloud.file, "--force"}).status) << "an input is no output";
     EXPECT_EQ(1, runNimbrel({"restore", cloud.folder.file("none.opc")}).status);
     // Without a journal nothing changes, and nobody is told otherwise.
+    EXPECT_EQ(0, cloud.edit({"--select", "class:3", "--delete"}).status);
     (void)cloud.folder.write("grid.opc.journal", "of somebody else");
     const std::string before = bytesOf(cloud.file);
-    for (const char* change : {"--delete", "--classify=3", "--paint=1,2,3", "--brightness=9"}) {
-        const RunResult result = cloud.edit({"--select", "all", change});
+    for (const char* change : {"--delete", "--classify=3", "--paint=1,2,3", "--brightness=9", "restore"}) {
+        const RunResult result =
+            change[0] == '-' ? cloud.edit({"--select", "all", change}) : runNimbrel({change, cloud.file});
         EXPECT_EQ(1, result.status) << change << result.out;
         EXPECT_NE(std::string::npos, result.err.find("journal")) << change << result.err;
     }
