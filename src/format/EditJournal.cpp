@@ -183,6 +183,11 @@ void EditJournal::applied(bool isWhole) {
     if (--pending == 0) allApplied.notify_all();
 }
 
+void EditJournal::keep() {
+    std::lock_guard lock(mutex);
+    isNeeded = true;
+}
+
 void EditJournal::close() {
     if (file.is_open() && !isNeeded && leadsTo(path, file.file_handle())) ::unlink(path.c_str());
     file.close();

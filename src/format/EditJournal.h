@@ -57,7 +57,10 @@ public:
     // The change is in the file. If not all of it went there, the journal stays, for the next one to open the file.
     void applied(bool isWhole);
 
-    // Removes the journal unless something in it did not reach the file.
+    // Has the journal stay when it is closed, for the next one to open the file.
+    void keep();
+
+    // Removes the journal unless it is to stay, or something in it did not reach the file.
     void close();
 
 private:
@@ -68,7 +71,7 @@ private:
     int64_t end = 0;       // behind the change appended last
     uint64_t sequence = 0; // of the next change
     int pending = 0;       // changes appended and not applied
-    bool isNeeded = false; // a change could not be applied
+    bool isNeeded = false; // a change is not safe in the file
 };
 
 // The journal that a killed process left beside a point file.

@@ -9,7 +9,6 @@
 #include <limits>
 #include <stdexcept>
 #include <system_error>
-#include <unistd.h>
 
 using memory_mapped_file::base_mmf;
 
@@ -36,7 +35,11 @@ void FileMemoryMap::openFile(const std::wstring& path, bool writable, long long 
 
 void FileMemoryMap::closeFile() {
     if (journal.isOpen()) {
-        ::fdatasync(writableMap.file_handle()); // before the journal goes
+        // Before the journal goes; it stays if the disk refuses what it was given.
+        if (!writableMap.synchronise()) {
+            setLastError("edits did not all reach the disk; they are completed when the file is opened again");
+            journal.keep();
+        }
         journal.close();
     }
     shown.clear();
@@ -136,7 +139,7 @@ void FileMemoryMap::takeLeftChanges() {
         }
     }
     if (readOnly) return;
-    if (::fdatasync(writableMap.file_handle()) != 0) throw std::runtime_error("unfinished edits can't be completed");
+    if (!writableMap.synchronise()) throw std::runtime_error("unfinished edits can't be completed");
     left.remove();
 }
 

@@ -139,6 +139,11 @@ bool writable_mmf::flush() {
     return ::msync(mapped - lead, mappedSize + lead, MS_SYNC) == 0;
 }
 
+bool writable_mmf::synchronise() {
+    if (fileHandle == -1) return false;
+    return ::fdatasync(fileHandle) == 0 || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP;
+}
+
 bool writable_mmf::resize(uint64_t size) {
     if (fileHandle == -1 || size > LARGEST_OFFSET || ::ftruncate(fileHandle, static_cast<off_t>(size)) != 0)
         return false;

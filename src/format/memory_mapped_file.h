@@ -73,6 +73,9 @@ public:
     void map(uint64_t offset, uint64_t size);
     // Writes the mapped range back and waits. True if nothing is mapped or the write succeeded.
     bool flush();
+    // Waits until what was written is on the disk; false when the disk refused some of it. A file system that knows no
+    // such waiting counts as one that needs none.
+    [[nodiscard]] bool synchronise();
     // Sets the file's length; the part beyond the old end is a hole that reads as zeros.
     bool resize(uint64_t size);
     // Has the file system set room aside for a range of the file, so that touching a map of it cannot fail for want of
