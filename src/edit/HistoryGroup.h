@@ -88,8 +88,7 @@ public:
     // Drops the items of one cloud's nodes.
     void forget(const PointCloudFile& file);
 
-    // Brings every node back to how it was, and returns the opposite group. Removes the backup file. For a thread that
-    // is no worker of the processing pool.
+    // Brings every node back to how it was, and returns the opposite group. Removes the backup file.
     [[nodiscard]] HistoryGroup process();
 
 private:

@@ -163,8 +163,7 @@ public:
     virtual bool savePoints(std::vector<unsigned char>& /*buffer*/, short /*count*/) { return false; }
 
     // Deletes the selected points of the subtree, in the file too, and returns when that is done. They stay in the
-    // file, behind the others or marked. A node of a source that is read-only is passed over. For a thread that is no
-    // worker of the processing pool, as the two below.
+    // file, behind the others or marked. A node of a source that is read-only is passed over.
     virtual void deleteSelectedPoints() {}
 
     // Brings back every point of the subtree that was deleted since the file was built. Selection bits stay.
