@@ -37,6 +37,17 @@ protected:
         }
         return found;
     }
+    // All points, or with `hides` all but each fourth class.
+    static void paintRed(bool hides, bool deselects) {
+        std::array<unsigned char, 1024> classes{};
+        for (size_t i = 3; hides && i < classes.size(); i += 16) classes[i] = 1;
+        setLasClassifications(classes.data());
+        const unsigned char red[3] = {200, 0, 0};
+        const double everywhere[4] = {0, 0, 0, 1e6};
+        activateColourProcess(red, 100, 100);
+        selectPointsByVolume(everywhere, 4, deselects, false);
+        setLasClassifications(std::array<unsigned char, 1024>{}.data());
+    }
     static void undoAndWait() {
         undo();
         nimbrelWaitForHistory();
@@ -59,15 +70,20 @@ struct Model {
     void snapshot(size_t n) {
         if (recording) recording->nodes.emplace_back(n, std::pair(nodes[n], bits[n]));
     }
-    // Calls use(point) for the selected ones of the current points.
+    // Calls use(point, i) for each of the current points.
     template <typename Use>
-    void forSelected(size_t n, Use use) {
+    void forCurrent(size_t n, Use use) {
         size_t current = 0;
         for (size_t i = 0; i < nodes[n].points.size(); ++i) {
             if (version == 18 ? nodes[n].isMarked(i) : i >= static_cast<size_t>(nodes[n].record.pointCount)) continue;
-            if (current < bits[n].size() && bits[n][current]) use(nodes[n].points[i]);
-            ++current;
+            use(nodes[n].points[i], current++);
         }
+    }
+    template <typename Use>
+    void forSelected(size_t n, Use use) {
+        forCurrent(n, [&](Bytes& point, size_t i) {
+            if (i < bits[n].size() && bits[n][i]) use(point);
+        });
     }
     void deleteSelected(size_t n) {
         auto& [record, points] = nodes[n];
@@ -94,6 +110,19 @@ struct Model {
         forSelected(n, [&](Bytes& point) {
             unsigned char& last = point.back();
             last = static_cast<unsigned char>(version == 18 ? (last & 15) | value << 4 : value);
+        });
+    }
+    // Red, 200 of 255; but not the points of each fourth class if these are hidden.
+    void paint(size_t n, bool hides) {
+        forCurrent(n, [&](Bytes& point, size_t) {
+            const auto rgb = point.end() - (version == 18 ? 3 : 5);
+            if (hides && (version == 18 ? point.back() >> 4 : point.back()) % 4 == 0) return;
+            if (version == 18) {
+                rgb[0] = 0;
+                rgb[1] = static_cast<unsigned char>((rgb[1] & 128) | 200 / 8 << 2);
+            } else {
+                rgb[0] = 200, rgb[1] = rgb[2] = 0;
+            }
         });
     }
     void restoreAll() {
@@ -128,11 +157,11 @@ TEST_F(Editing, EveryActionEqualsAModelOfTheFile) {
         const int id = load(version, 50);
         Model model{version, storedNodes(dir.read("cloud"))};
         for (int step = 0; step < 400; ++step) {
-            const int action = upTo(random, 7);
-            const int type = action == 0 ? 0 : action == 3 ? 2 : 1;
-            const bool isRecorded = action < 4 && upTo(random, 4) > 0;
+            const int action = upTo(random, 8);
+            const int type = action == 0 ? 0 : action >= 3 ? 2 : 1;
+            const bool isRecorded = action < 5 && upTo(random, 4) > 0;
             Model::Entry entry{type, {}};
-            if (action < 4 && (!isRecorded || !model.redoList.empty())) {
+            if (action < 5 && (!isRecorded || !model.redoList.empty())) {
                 clearHistory();
                 model.redoList.clear();
                 model.undoList.clear();
@@ -167,7 +196,18 @@ TEST_F(Editing, EveryActionEqualsAModelOfTheFile) {
             } else if (action == 3) {
                 forTouched([&](size_t n) { model.classify(n, step & 15); });
                 setLasValueOnSelectedPoints(512 + (step & 15));
-            } else if (action > 3) {
+            } else if (action == 4) {
+                const bool hides = upTo(random, 1) == 0;
+                const bool deselects = upTo(random, 2) == 0;
+                for (size_t n = 0; n < 7; ++n) {
+                    if (deselects && !hides) continue;
+                    model.snapshot(n), model.paint(n, hides);
+                    if (hides) model.bits[n].resize(static_cast<size_t>(model.nodes[n].record.pointCount));
+                }
+                // Whole nodes are unmarked, whatever is armed.
+                if (deselects && !hides) forTouched([&](size_t n) { model.bits[n].clear(); });
+                paintRed(hides, deselects);
+            } else if (action > 4) {
                 for (int k = upTo(random, 2); k >= 0; --k) {
                     (action & 1) != 0 ? undo() : redo();
                     (action & 1) != 0 ? model.exchange(model.undoList, model.redoList)
@@ -191,32 +231,6 @@ TEST_F(Editing, EveryActionEqualsAModelOfTheFile) {
         closePointCloud(id);
         EXPECT_FALSE(std::filesystem::exists(dir.path("cloud.journal")));
     }
-}
-
-TEST_F(Editing, TakesPartAsEachExportSays) {
-    const std::vector<bool> one{true};
-    for (int i = 0; i < 5; ++i) load(17, 3, "cloud" + std::to_string(std::min(i, 3))); // the last one twice: read-only
-    for (int i = 0; i < 5; ++i) select(one, 0, i);
-    setEnabled(1, false);
-    setMask(2, true);
-    setProtection(3, 1, 0);
-    setLasValueOnSelectedPoints(300);
-    const auto firstClass = [this](int i) {
-        return storedNodes(dir.read("cloud" + std::to_string(i)))[0].points[0].back();
-    };
-    const Bytes before = storedNodes(makeEditCloud(17, 3, 1))[0].points[0];
-    EXPECT_EQ(44, firstClass(0));
-    EXPECT_EQ(before.back(), firstClass(1));
-    EXPECT_EQ(before.back(), firstClass(2));
-    EXPECT_EQ(44, firstClass(3));
-    deleteSelectedPoints();
-    for (const auto& [cloud, count] : {std::pair(0, 20), {1, 21}, {2, 21}, {3, 20}, {4, 21}}) {
-        EXPECT_EQ(count, getPointCount(cloud)) << cloud;
-    }
-    EXPECT_EQ(one, node(0, 4).getSelectionBits());
-    setEnabled(0, false);
-    for (int i = 0; i < 6; ++i) restorePointCloud(i);
-    EXPECT_EQ(21, getPointCount(0));
 }
 
 TEST_F(Editing, SnapshotsOnceAndOnlyWithRoomForTheBytes) {
@@ -333,36 +347,6 @@ TEST_F(Editing, ResidentVerticesFollowSelectionsAndThenClasses) {
     deleteSelectedPoints();
     EXPECT_FALSE(batch.isResident());
     EXPECT_EQ(13, getPointCount(id));
-}
-
-// Painting is a change of points like any other: whole nodes and single points, undone byte for byte, deleted points
-// untouched.
-TEST_F(Editing, PaintIsUndoneByteForByte) {
-    std::filesystem::create_directory(dir.path("history"));
-    for (const int version : {17, 18}) {
-        const int id = load(version, 200);
-        select({true, true, true});
-        deleteSelectedPoints();
-        const Bytes original = dir.read("cloud");
-        const unsigned char rgb[3] = {255, 128, 0};
-        for (const double reach : {1.0, 100.0}) {
-            const double sphere[4] = {0, 0, 0, reach};
-            EXPECT_TRUE(record(2, [&] {
-                activateColourProcess(rgb, 100, 100);
-                selectPointsByVolume(sphere, 4, false, false);
-            }));
-        }
-        const Bytes painted = dir.read("cloud");
-        EXPECT_NE(original, painted);
-        undo();
-        undoAndWait();
-        EXPECT_EQ(original, dir.read("cloud"));
-        redo();
-        redo();
-        nimbrelWaitForHistory();
-        EXPECT_EQ(painted, dir.read("cloud"));
-        closePointCloud(id);
-    }
 }
 
 // Marks and counts stay together where the points can't be read, lie where the tree is, or are too short for points.

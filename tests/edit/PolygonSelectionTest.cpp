@@ -39,21 +39,16 @@ TEST(PolygonSelection, TestsSpheres) {
         {"cut by an edge", {4, 7, -1}, 2.1, PolygonSelection::CUT},
         {"cut from outside", {1, 7, -1}, 1.1, PolygonSelection::CUT},
         {"outside", {1, 7, -1}, 0.9, PolygonSelection::OUTSIDE},
+        {"outside by a corner", {9, 1, -1}, 4.9, PolygonSelection::OUTSIDE},
+        {"cut by a corner", {9, 1, -1}, 5.1, PolygonSelection::CUT},
     };
     for (const auto& [name, p, radius, expected] : cases) {
         EXPECT_EQ(expected, screen.intersectionTest(p.x, p.y, p.z, radius)) << name;
     }
     EXPECT_EQ(PolygonSelection::OUTSIDE, PolygonSelection(flat(), VIEWPORT, {}).intersectionTest(4, 7, -1, 1e9));
+    EXPECT_EQ(99999999999.0, PolygonSelection::distanceToSegment({1, 1}, {1, 1}, {1, 1})) << "a repeated corner";
     const PolygonSelection degenerate(glm::dmat4(0.0), VIEWPORT, SQUARE);
     EXPECT_EQ(PolygonSelection::CUT, degenerate.intersectionTest(4, 7, -1, 1.0)) << "not finite";
-}
-
-TEST(PolygonSelection, MeasuresDistancesToEdges) {
-    const std::tuple<glm::dvec2, double> cases[] = {{{5, 3}, 3.0}, {{-3, 4}, 5.0}, {{13, -4}, 5.0}, {{5, 0}, 0.0}};
-    for (const auto& [p, expected] : cases) {
-        EXPECT_DOUBLE_EQ(expected, PolygonSelection::distanceToSegment({0, 0}, {10, 0}, p));
-    }
-    EXPECT_EQ(99999999999.0, PolygonSelection::distanceToSegment({1, 1}, {1, 1}, {1, 1})) << "a repeated corner";
 }
 
 TEST(PolygonSelection, SurvivesAnyNumbers) {

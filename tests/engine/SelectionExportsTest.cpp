@@ -1,11 +1,9 @@
+#include "edit/EditCloud.h"
 #include "edit/HistoryGroup.h"
 #include "engine/EngineTest.h"
-#include "format/PointStream.h"
 #include "stream/OPC.h"
 
-#include <cmath>
 #include <functional>
-#include <random>
 
 namespace {
 
@@ -35,107 +33,20 @@ class SelectionExports : public EngineTest {
 protected:
     ~SelectionExports() override { selectPointsByVolume(nullptr, 0, false, false); } // which disarms
 
-    static int selected(const PointCloud& cloud) {
-        int64_t count = 0;
-        cloud.getOPC().getRootNode()->getSelectedPointsCount(&count);
-        return static_cast<int>(count);
-    }
-    static std::string selectedByCloud() {
+    // A digit for each cloud.
+    template <typename Number>
+    static std::string byCloud(Number number) {
         std::string all;
-        for (const auto& cloud : pointClouds) all += std::to_string(selected(*cloud));
+        for (const auto& cloud : pointClouds) all += std::to_string(number(*cloud));
         return all;
     }
-};
-
-// ---- A cloud whose points can be painted outside of the engine
-
-struct Point {
-    uint64_t code; // version 18; else the number of the point
-    glm::dvec3 place;
-    std::array<unsigned char, 5> attributes;
-    bool isDeleted;
-};
-
-// Three nodes of 1000 points; every tenth, or of version 17 the last hundred, are deleted.
-struct Model {
-    explicit Model(int versionIn) : version(versionIn) {
-        std::mt19937 random(9);
-        for (size_t node = 0; node < nodes.size(); ++node) {
-            uint64_t code = 0;
-            for (unsigned i = 0; i < 1000; ++i) {
-                code += random() % 2000;
-                Point point{code, {}, {}, version == 18 ? i % 10 == 0 : i >= 900};
-                for (auto& byte : point.attributes) byte = static_cast<unsigned char>(random());
-                point.attributes[4] &= 1;
-                for (int axis = 0; axis < 3; ++axis) {
-                    const uint64_t ordinate =
-                        version == 18 ? every3(code >> axis) : random() % (axis == 0 ? 40000 : 20000);
-                    raw[node].push_back(static_cast<uint32_t>(ordinate));
-                    const float relative = version == 18 ? static_cast<float>(static_cast<double>(ordinate) * 0.01)
-                                                         : static_cast<float>(ordinate) * 0.0001F;
-                    point.place[axis] = double{relative} + (node == 2 && axis == 0 ? 4.0 : 0.0);
-                }
-                nodes[node].push_back(point);
-            }
-        }
+    static std::string selectedByCloud() {
+        return byCloud([](const PointCloud& cloud) {
+            int64_t count = 0;
+            cloud.getOPC().getRootNode()->getSelectedPointsCount(&count);
+            return count;
+        });
     }
-
-    // Every third bit, from the lowest on.
-    static uint64_t every3(uint64_t v) {
-        uint64_t out = 0;
-        for (int i = 0; i < 21; ++i) out |= (v >> (3 * i) & 1) << i;
-        return out;
-    }
-
-    [[nodiscard]] Bytes stored(size_t node) const {
-        Bytes out;
-        uint64_t previous = 0;
-        for (size_t i = 0; i < nodes[node].size(); ++i) {
-            const Point& point = nodes[node][i];
-            const auto& a = point.attributes;
-            if (version == 18) {
-                uint64_t delta = point.code - std::exchange(previous, point.code);
-                for (; delta >= 128; delta /= 128) out.push_back(static_cast<unsigned char>(delta % 128 + 128));
-                out.push_back(static_cast<unsigned char>(delta));
-                const unsigned word = (point.isDeleted ? 1U : 0U) | a[2] / 16U * 2U | a[1] / 8U * 32U |
-                                      a[0] / 8U * 1024U | a[3] / 8U * 32768U | a[4] % 16U * 1048576U;
-                putLittle(out, word, 3);
-            } else {
-                Bytes record = fixedPoint(raw[node][3 * i], raw[node][3 * i + 1], raw[node][3 * i + 2], 0);
-                std::copy(a.begin(), a.end(), record.end() - 5);
-                out.insert(out.end(), record.begin(), record.end());
-            }
-        }
-        return out;
-    }
-
-    [[nodiscard]] Bytes make() const {
-        PointFileMaker maker(version);
-        maker.pointCount = 2700;
-        for (size_t node = 0; node < nodes.size(); ++node) {
-            maker.add({.mask = static_cast<uint8_t>(node == 0 ? 7 : 4),
-                       .pointCount = 900,
-                       .stored = stored(node),
-                       .filter = 100,
-                       .originalCount = 1000});
-        }
-        return maker.make();
-    }
-
-    // Paints what `passes`, by what the file shows of a point.
-    void paint(const std::function<bool(const Point&)>& passes, const std::function<void(unsigned char*)>& change) {
-        for (auto& node : nodes) {
-            for (Point& point : node) {
-                constexpr std::array<unsigned char, 5> KEPT{0xF8, 0xF8, 0xF0, 0xF8, 0x0F};
-                for (size_t k = 0; version == 18 && k < 5; ++k) point.attributes[k] &= KEPT[k];
-                if (!point.isDeleted && passes(point)) change(point.attributes.data());
-            }
-        }
-    }
-
-    int version;
-    std::array<std::vector<Point>, 3> nodes;
-    std::array<std::vector<uint32_t>, 3> raw;
 };
 
 } // namespace
@@ -174,6 +85,21 @@ TEST_F(SelectionExports, TakePartByTheStateOfTheCloud) {
     setHideSelectedPoints(plain, true);
     EXPECT_EQ(1, findCloud(plain)->getProperties().hideSelectedPoints);
     setHideSelectedPoints(99, true);
+
+    const auto points = [](const PointCloud& cloud) { return getPointCount(cloud.getID()); };
+    setLasValueOnSelectedPoints(300);
+    deleteSelectedPoints();
+    EXPECT_EQ("04404", selectedByCloud()) << "protection does not matter";
+    EXPECT_EQ("04404", byCloud(points));
+    setEnabled(plain, false);
+    for (int id = 0; id < 99; ++id) restorePointCloud(id);
+    EXPECT_EQ("44444", byCloud(points));
+    EXPECT_EQ("10011", byCloud([](const PointCloud& cloud) { // the last one shows the file of the first
+                  double places[6];
+                  char colours[10];
+                  getNodePoints(cloud.getID(), 0, places, colours);
+                  return colours[4] == 44;
+              }));
 }
 
 TEST_F(SelectionExports, DisarmTheFilters) {
@@ -196,6 +122,16 @@ TEST_F(SelectionExports, DisarmTheFilters) {
     activateColourProcess(nullptr, 0, 0);
     selectAllPoints();
     EXPECT_EQ(0, getSelectedPointsCount()) << "the match that was armed before, of black";
+}
+
+TEST_F(SelectionExports, HalveTheAmountsOfLight) {
+    const std::tuple<int, bool, int> cases[] = {{-7, true, 97}, {41, true, 120}, {-201, false, 127}};
+    for (const auto& [amount, brightness, expected] : cases) {
+        unsigned char colour[4] = {100, 100, 100, 100};
+        activateLuminanceProcess(amount, brightness);
+        pointEditor.process(colour);
+        EXPECT_EQ(expected, colour[0]) << amount;
+    }
 }
 
 TEST_F(SelectionExports, TurnTheClipBoxOffBehindACloudThatIgnoresIt) {
@@ -239,9 +175,8 @@ TEST_F(SelectionExports, LeaveANodeThatCannotBeReadAsItIs) {
     const double around[9] = {-1e3, -1e3, 0, 1e3, -1e3, 0, 0, 1e3, 0};
     selectPointsByTriangle(around, nullptr, 1e5, 0);
     EXPECT_EQ(1, getSelectedPointsCount()) << "the child's";
+    EXPECT_EQ(before, dir.read("hollow"));
     activateLuminanceProcess(200, true);
-    const Bytes clear = dir.read("hollow");
-    EXPECT_EQ(before, clear);
     selectPointsByVolume(part, 4, true, false); // cut nodes are painted, wholes unmarked
     selectAllPoints();                          // without a look at points
     double places[9];
@@ -252,56 +187,9 @@ TEST_F(SelectionExports, LeaveANodeThatCannotBeReadAsItIs) {
     EXPECT_STREQ("selected points can't be read", nimbrelLastError());
 }
 
-TEST_F(SelectionExports, PaintTheBytesOfThePointsThatPass) {
-    unsigned char hiding[1024] = {};
-    hiding[4 * 1 + 3] = 1;
-    for (const int version : {17, 18}) {
-        Model model(version);
-        const int id = loadPointCloudFile(dir.writeWide("painted", model.make()).c_str());
-        const int readOnly = loadPointCloudFile(dir.widePath("painted").c_str());
-        const double sphere[4] = {2, 0.5, 0.5, 1.5};
-        const auto isIn = [&](const Point& point) {
-            return glm::distance(point.place, glm::dvec3(sphere[0], sphere[1], sphere[2])) <= sphere[3];
-        };
-        // Some of the points of all nodes: contrast, among visible classes.
-        setLasClassifications(hiding);
-        activateLuminanceProcess(-201, false);
-        selectPointsByVolume(sphere, 4, false, false);
-        model.paint([&](const Point& point) { return isIn(point) && point.attributes[4] == 0; },
-                    [](unsigned char* colour) { std::fill_n(colour, 3, static_cast<unsigned char>(127)); });
-        std::fill_n(hiding + 7, 1, static_cast<unsigned char>(0));
-        setLasClassifications(hiding);
-        hiding[4 * 1 + 3] = 1;
-        // Deselecting paints cut nodes, and unmarks whole ones instead: of these there are none.
-        activateLuminanceProcess(41, true);
-        selectPointsByVolume(sphere, 4, true, false);
-        model.paint(isIn, [](unsigned char* colour) {
-            for (int k = 0; k < 3; ++k) colour[k] = static_cast<unsigned char>(std::min(255, colour[k] + 20));
-        });
-        // Whole nodes, over both clouds: the one that reads only stays out of it.
-        const unsigned char rgb[3] = {250, 130, 10};
-        activateColourProcess(rgb, 100, 50);
-        selectPointsByVolume(EVERYWHERE, 4, false, false);
-        model.paint([](const Point&) { return true; },
-                    [&](unsigned char* colour) {
-                        for (int k = 0; k < 3; ++k) {
-                            colour[k] = static_cast<unsigned char>(static_cast<int>(colour[k] / 100.0F * 50.0F) +
-                                                                   static_cast<int>(rgb[k] / 100.0F * 50.0F));
-                        }
-                    });
-        activateColourProcess(rgb, 100, 50);
-        selectPointsByVolume(BIG_BOX, 15, true, false); // which unmarks
-        EXPECT_EQ(0, getSelectedPointsCount()) << "painted points are not selected";
-        closePointCloud(readOnly);
-        closePointCloud(id);
-        EXPECT_TRUE(model.make() == dir.read("painted")) << version;
-    }
-}
-
 // A box reaches the read-only cloud too, whose file another one has open for writing.
 TEST_F(SelectionExports, PaintNothingThatReadsOnlyOrHasNoRoomForABackup) {
-    Model model(17);
-    const Bytes before = model.make();
+    const Bytes before = makeEditCloud(17, 50, 1);
     const int id = loadPointCloudFile(dir.writeWide("kept", before).c_str());
     loadPointCloudFile(dir.widePath("kept").c_str());
     const unsigned char rgb[3] = {1, 2, 3};

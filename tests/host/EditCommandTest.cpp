@@ -49,12 +49,9 @@ public:
         std::string line;
         std::getline(lines, line);
         while (std::getline(lines, line)) {
-            Row row;
-            char comma = 0;
-            std::istringstream fields(line);
-            fields >> row.x >> comma >> row.y >> comma >> row.z >> comma >> row.red >> comma >> row.green >> comma >>
-                row.blue >> comma >> row.intensity >> comma >> row.number;
-            rows.push_back(row);
+            Row& p = rows.emplace_back();
+            EXPECT_EQ(8, std::sscanf(line.c_str(), "%lf,%lf,%lf,%d,%d,%d,%d,%d", &p.x, &p.y, &p.z, &p.red, &p.green,
+                                     &p.blue, &p.intensity, &p.number));
         }
         return rows;
     }
@@ -79,11 +76,8 @@ TEST(EditCommand, SelectsByShapesAndFilters) {
         const std::string polygon =
             cloud.folder.write("view.json", R"({"eye": [9.5, 9.5, 100], "target": [9.5, 9.5, 0], "size": [200, 200],)"
                                             R"( "corners": [[100, 0], [199, 0], [199, 199], [100, 199]]})");
-        struct Case {
-            std::vector<std::string> arguments;
-            std::function<bool(const Row&)> test;
-        };
-        const std::vector<Case> cases = {
+        const auto isVisibleOutside = [](const Row& p) { return p.number != 2 && !isInSphere(p); };
+        const std::pair<std::vector<std::string>, std::function<bool(const Row&)>> cases[] = {
             {{"--select", "all"}, [](const Row&) { return true; }},
             {{"--invert"}, [](const Row&) { return true; }},
             {{"--select", "sphere:10,10,5,4.2"}, isInSphere},
@@ -97,10 +91,8 @@ TEST(EditCommand, SelectsByShapesAndFilters) {
             {{"--select", "polygon:" + polygon}, [](const Row& p) { return p.x > 9.5; }},
             {{"--select", "class:3", "--select", "class:5"},
              [](const Row& p) { return p.number == 3 || p.number == 5; }},
-            {{"--select", "all", "--deselect", "sphere:10,10,5,4.2", "--hide-class", "2"},
-             [](const Row& p) { return p.number != 2 && !isInSphere(p); }},
-            {{"--select", "sphere:10,10,5,4.2", "--invert", "--hide-class", "2"},
-             [](const Row& p) { return p.number != 2 && !isInSphere(p); }},
+            {{"--select", "all", "--deselect", "sphere:10,10,5,4.2", "--hide-class", "2"}, isVisibleOutside},
+            {{"--select", "sphere:10,10,5,4.2", "--invert", "--hide-class", "2"}, isVisibleOutside},
             {{"--select", "sphere:10,10,5,4.2", "--match-colour", "100,50,100:30"},
              [](const Row& p) {
                  return isInSphere(p) && std::abs(p.red - 100) <= 30 && std::abs(p.green - 50) <= 30 &&
@@ -109,18 +101,14 @@ TEST(EditCommand, SelectsByShapesAndFilters) {
             {{"--select", "all", "--match-intensity", "200:7"},
              [](const Row& p) { return std::abs(p.intensity - 200) <= 7; }},
         };
-        const int all = static_cast<int>(cloud.points().size());
-        ASSERT_EQ(4000, all);
-        for (const Case& tested : cases) {
-            std::vector<std::string> arguments = tested.arguments;
+        for (auto [arguments, test] : cases) {
             arguments.emplace_back("--count");
             const RunResult result = cloud.edit(arguments);
-            const int expected = cloud.count(tested.test);
+            const int expected = cloud.count(test);
             EXPECT_GT(expected, 0);
             EXPECT_EQ(0, result.status) << result.err;
-            EXPECT_NE(std::string::npos,
-                      result.out.find(fmt::format(": selected {} of 4,000", grouped(static_cast<uint64_t>(expected)))))
-                << tested.arguments[1] << ": " << expected << " expected, " << result.out;
+            const std::string answer = fmt::format(": selected {} of 4,000", grouped(static_cast<uint64_t>(expected)));
+            EXPECT_NE(std::string::npos, result.out.find(answer)) << fmt::format("{}", fmt::join(arguments, " "));
         }
     }
 }
@@ -140,24 +128,18 @@ TEST(EditCommand, ChangesTheFileAndRestoresIt) {
         EXPECT_EQ(4000U - static_cast<size_t>(inside), cloud.points().size());
         EXPECT_EQ(0, cloud.count(isInSphere));
         const std::vector<Row> taken = EditedCloud::rows(bytesOf(extracted));
+        EXPECT_EQ(inside, std::count_if(taken.begin(), taken.end(), isInSphere));
         EXPECT_EQ(static_cast<size_t>(inside), taken.size());
-        EXPECT_TRUE(std::all_of(taken.begin(), taken.end(), isInSphere));
 
-        const RunResult back = runNimbrel({"restore", cloud.file});
-        EXPECT_NE(std::string::npos,
-                  back.out.find(fmt::format("restored {} deleted points", grouped(static_cast<uint64_t>(inside)))))
-            << back.out;
+        const std::string answer = fmt::format("restored {} deleted points", grouped(static_cast<uint64_t>(inside)));
+        EXPECT_NE(std::string::npos, runNimbrel({"restore", cloud.file}).out.find(answer));
         EXPECT_EQ(inside, cloud.count(isInSphere));
 
         EXPECT_EQ(0, cloud.edit({"--select", shape, "--classify", "9"}).status);
-        EXPECT_EQ(inside, cloud.count([](const Row& p) { return isInSphere(p) && p.number == 9; }));
-        EXPECT_EQ(inside, cloud.count([](const Row& p) { return p.number == 9; }));
+        EXPECT_EQ(0, cloud.count([](const Row& p) { return (p.number == 9) != isInSphere(p); }));
         EXPECT_EQ(0, cloud.edit({"--select", shape, "--paint", "255,0,255"}).status);
-        const auto isPink = [](const Row& p) {
-            return p.red >= 240 && p.green == 0 && p.blue >= 240;
-        }; // 5 bits in version 18
-        EXPECT_EQ(inside, cloud.count([&](const Row& p) { return isPink(p) && isInSphere(p); }));
-        EXPECT_EQ(inside, cloud.count(isPink));
+        const auto isPink = [](const Row& p) { return p.red >= 240 && p.green == 0 && p.blue >= 240; }; // version 18
+        EXPECT_EQ(0, cloud.count([&](const Row& p) { return isPink(p) != isInSphere(p); }));
         EXPECT_EQ(0, cloud.edit({"--select", "class:9", "--brightness", "-510"}).status);
         EXPECT_EQ(inside, cloud.count([](const Row& p) { return p.number == 9 && p.red + p.green + p.blue == 0; }));
     }
