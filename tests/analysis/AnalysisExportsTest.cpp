@@ -94,6 +94,8 @@ int countOf(const Mesh& mesh) {
 }
 
 const glm::dmat4 TURNED = glm::rotate(glm::translate(glm::dmat4(1.0), {5.0, -3.0, 0.4}), 0.3, {0.2, 0.1, 1.0});
+// As far out as a country's grid: what narrows a search down must leave room for rounding.
+const glm::dmat4 FAR_AWAY = glm::translate(glm::dmat4(1.0), {674521.5, -5206740.2, 40.4}) * TURNED;
 
 // The classes in the file, through a door of its own.
 std::vector<std::vector<int>> classesIn(int id) {
@@ -119,7 +121,7 @@ TEST_F(Analysis, OfMeshesEqualsBruteForce) {
     for (const int version : {17, 18}) {
         for (const bool isPlaced : {false, true}) {
             const int id = makeSurface(version, 60000);
-            const glm::dmat4 model = isPlaced ? place(id, TURNED, 1.5) : glm::dmat4(1.0);
+            const glm::dmat4 model = isPlaced ? place(id, FAR_AWAY, 1.5) : glm::dmat4(1.0);
             AnalysisReference reference(id, model);
             ASSERT_GT(reference.nodes.size(), 5U);
             const std::string what = std::to_string(version) + (isPlaced ? " placed" : "");
@@ -167,8 +169,9 @@ TEST_F(Analysis, OfTwoCloudsEqualsBruteForce) {
     const int a = makeSurface(17, 60000);
     const int b = makeSurface(18, 45000, 0.3);
     for (const bool isPlaced : {false, true}) {
-        const AnalysisReference cloudA(a, isPlaced ? place(a, TURNED, 0.8) : glm::dmat4(1.0));
-        const AnalysisReference cloudB(b, isPlaced ? place(b, glm::inverse(TURNED), 1.2) : glm::dmat4(1.0));
+        const AnalysisReference cloudA(a, isPlaced ? place(a, FAR_AWAY, 0.8) : glm::dmat4(1.0));
+        const AnalysisReference cloudB(b, isPlaced ? place(b, glm::rotate(FAR_AWAY, 0.05, {0, 0, 1}), 1.2)
+                                                   : glm::dmat4(1.0));
         std::vector<double> out(3 * 10000, -1.0);
         const auto expected = cloudA.contactsWith(cloudB);
         ASSERT_GT(expected.size(), 3U);
@@ -258,6 +261,18 @@ TEST_F(Analysis, OfSurfacesTakesOddArguments) {
     EXPECT_GT(getSelectedPointsCount(), 10);
     setMask(id, true); // a masked cloud has no part in it
     EXPECT_EQ(0.0, testSurface(valuesOf(mesh), 1, 500, 100));
+
+    // A prism that holds a whole tree, the root of which can't be read: what lies below it counts all the same.
+    PointFileMaker maker(17);
+    maker.box = {0, 0, 0, 4, 4, 4};
+    for (const uint8_t children : {uint8_t{1}, uint8_t{0}}) {
+        maker.add({.mask = children, .pointCount = 1, .stored = fixedPoint(5000, 5000, 0, 1)});
+    }
+    maker.nodes[0].location = int64_t{1} << 40;
+    ASSERT_LE(0, loadPointCloudFile(dir.writeWide("unreadable", maker.make()).c_str()));
+    calculateErrors(valuesOf(mesh), 1, 1e6, results.data());
+    EXPECT_EQ((std::array<double, 4>{3000, 3000, 3000, 0}), results);
+    EXPECT_EQ(1, getSelectedPointsCount());
 }
 
 // The first part of the mesh is small triangles, each of which reaches a node or two; the rest would take hours.
