@@ -1,13 +1,11 @@
 #include "build/CloudBuild.h"
+#include "cloud/CloudPlace.h"
 #include "support/Failure.h"
 #include "support/Interrupt.h"
 #include "support/Progress.h"
 #include "support/WidePath.h"
 
-#include <cerrno>
 #include <chrono>
-#include <cstdio>
-#include <cstring>
 #include <thread>
 #include <unistd.h>
 #include <utility>
@@ -95,9 +93,7 @@ NimbrelBuildReport CloudBuild::finish(Console& console) {
     nimbrelGetBuildReport(&report);
     if (report.state != FINISHED) throw CommandFailure(output, "the build failed: " + lastError());
     if (report.written == 0) throw CommandFailure(output, "the filters left no point to write");
-    if (std::rename(partPath.c_str(), output.c_str()) != 0) {
-        throw CommandFailure(output, std::string("cannot be renamed from ") + partPath + ": " + std::strerror(errno));
-    }
+    moveIntoPlace(partPath, output);
     renamed = true;
     return report;
 }

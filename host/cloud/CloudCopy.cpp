@@ -1,5 +1,6 @@
 #include "cloud/CloudCopy.h"
 
+#include "cloud/CloudPlace.h"
 #include "readers/InputFile.h"
 #include "readers/PointReader.h"
 #include "support/Failure.h"
@@ -7,7 +8,6 @@
 #include "support/Progress.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <unistd.h>
@@ -15,6 +15,7 @@
 
 CloudCopy::CloudCopy(const std::string& from, const std::string& outputIn, Console& console)
     : output(outputIn), partPath(outputIn + ".part") {
+    dropJournal(partPath);
     try {
         copy(from, console);
     } catch (...) {
@@ -49,8 +50,6 @@ void CloudCopy::copy(const std::string& from, Console& console) const {
 }
 
 void CloudCopy::finish() {
-    if (std::rename(partPath.c_str(), output.c_str()) != 0) {
-        throw CommandFailure(output, std::string("cannot be renamed from ") + partPath + ": " + std::strerror(errno));
-    }
+    moveIntoPlace(partPath, output);
     finished = true;
 }

@@ -17,12 +17,12 @@ using memory_mapped_file::writable_mmf;
 
 // A file of size + 1 bytes, all of it a hole.
 bool makeFile(writable_mmf& file, const std::wstring& path, int64_t size) {
-    // A journal of unfinished edits is of the file that goes.
+    file.open(toUtf8(path).c_str(), memory_mapped_file::if_exists_truncate, memory_mapped_file::if_doesnt_exist_create);
+    const int openError = errno;
+    // A journal of unfinished edits is of a file that is gone.
     if (const std::string journal = journalPathFor(toUtf8(path)); !journal.empty()) {
         if (LeftJournal left; left.open(journal, false) == LeftJournal::LEFT) left.remove();
     }
-    file.open(toUtf8(path).c_str(), memory_mapped_file::if_exists_truncate, memory_mapped_file::if_doesnt_exist_create);
-    const int openError = errno;
     logText(std::error_code(0, std::system_category()).message() + "\n");
     errno = openError;
     return file.is_open() && size >= 0 && size < std::numeric_limits<int64_t>::max() &&

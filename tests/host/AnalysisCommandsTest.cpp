@@ -174,7 +174,32 @@ TEST_F(AnalysisCommands, GradeChangesTheFileOrACopy) {
     const RunResult inPlace = runNimbrel(grade);
     EXPECT_EQ(0, inPlace.status) << inPlace.err;
     EXPECT_TRUE(isIn(inPlace.out, "112-127")) << inPlace.out;
-    EXPECT_EQ(bytesOf(copy), bytesOf(cloud));
+    const std::string expected = bytesOf(copy);
+    EXPECT_EQ(expected, bytesOf(cloud));
+
+    // What killed edits of an earlier copy left beside it is for that copy alone, and so after a build of the file.
+    ASSERT_EQ(1, initEngine("key"));
+    std::string journal;
+    {
+        const OpenCloud edited(copy);
+        selectAllPoints();
+        setLasValueOnSelectedPoints(77);
+        journal = bytesOf(copy + ".journal");
+        ASSERT_FALSE(journal.empty());
+        arguments.emplace_back("--force");
+        EXPECT_TRUE(isIn(runNimbrel(arguments).err, "another process edits it"));
+    }
+    for (const char* name :
+         {"graded.opc.journal", "graded.opc.part.journal", "flat.opc.journal", "flat.opc.part.journal"}) {
+        static_cast<void>(folder.write(name, journal));
+    }
+    ASSERT_EQ(0, runNimbrel({"build", folder.file("flat.xyz"), "-o", cloud, "-f"}).status);
+    ASSERT_EQ(0, runNimbrel(arguments).status);
+    for (const auto& [file, bytes] : {std::pair(copy, expected), std::pair(cloud, before)}) {
+        ASSERT_EQ(0, runNimbrel({"info", file}).status); // opens it
+        EXPECT_TRUE(bytes == bytesOf(file)) << file;
+        EXPECT_FALSE(std::filesystem::exists(file + ".part.journal"));
+    }
     EXPECT_EQ(2, runNimbrel({"grade", cloud, "--mesh", mesh, "--thickness", "0"}).status);
 }
 
