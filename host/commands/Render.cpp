@@ -180,10 +180,8 @@ static void runRender(const RenderOptions& options, Host& host) {
     const auto points = static_cast<uint64_t>(std::max(scene.loadedPoints(), 0));
     if (points == 0) host.console.note(options.output + ": no point is in the picture");
     if (host.console.isQuiet()) return;
-    const bool isVoxel =
-        std::all_of(scene.clouds.begin(), scene.clouds.end(), [](const Scene::Cloud& cloud) { return cloud.isVoxel; });
     const std::string drawn =
-        grouped(points) + (isVoxel ? " cells" : fmt::format(" points, {} pixels each", pointSize));
+        grouped(points) + (scene.hasPoints() ? fmt::format(" points, {} pixels each", pointSize) : " cells");
     host.output.print(fmt::format("{}: {}x{}, {}\n", options.output, size.width, size.height, drawn));
 }
 

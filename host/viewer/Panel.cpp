@@ -19,8 +19,8 @@ static void text(const std::string& line) {
 static void drawNumbers(const ViewerState& state) {
     const double seconds = state.frameSeconds;
     text(fmt::format("{:.0f} frames/s  ({:.1f} ms)", seconds > 0.0 ? 1.0 / seconds : 0.0, seconds * 1e3));
-    text(grouped(static_cast<uint64_t>(std::max(state.scene.loadedPoints(), 0))) + " points shown" +
-         (state.loading ? ", loading ..." : ""));
+    text(grouped(static_cast<uint64_t>(std::max(state.scene.loadedPoints(), 0))) +
+         (state.scene.hasPoints() ? " points shown" : " cells shown") + (state.loading ? ", loading ..." : ""));
 }
 
 static void drawViews(ViewerState& state) {
@@ -77,12 +77,18 @@ static void drawLook(ViewerState& state) {
     }
 }
 
+// A voxel model without colours does not tell how many cells it has.
+static std::string sizeOf(const CloudFacts& facts) {
+    if (!facts.isVoxel()) return grouped(static_cast<uint64_t>(std::max(facts.points, int64_t{0}))) + " points";
+    return facts.voxelColours > 0 ? grouped(static_cast<uint64_t>(facts.voxelColours)) + " cells" : "voxel model";
+}
+
 static void drawCloud(const ViewerState& state, Scene::Cloud& cloud) {
     ImGui::Checkbox("##visible", &cloud.look.visible);
     ImGui::SameLine();
     const std::string name = std::filesystem::path(cloud.path).filename().string();
     if (!ImGui::TreeNode(name.c_str())) return;
-    text(grouped(static_cast<uint64_t>(std::max(cloud.file->facts().points, int64_t{0}))) + " points");
+    text(sizeOf(cloud.file->facts()));
     // The ramps of height and distance run over all clouds, so there is nothing to choose for one.
     if (!state.scene.look.ramp) {
         cloud.look.colouring = drawColouring("colour", cloud.look.colouring, std::span(COLOURINGS).first(3));
@@ -244,7 +250,7 @@ void drawPanel(ViewerState& state) {
             }
         }
         if (section("Clip")) drawClip(state);
-        if (section("Select and edit")) drawEdit(state);
+        if (state.scene.hasPoints() && section("Select and edit")) drawEdit(state);
         if (section("Measure")) drawMeasuring(state);
         if (ImGui::Button("Save picture (P)")) state.screenshotWanted = true;
         ImGui::SameLine();

@@ -112,6 +112,10 @@ Box Scene::bounds() const {
     return all;
 }
 
+bool Scene::hasPoints() const {
+    return std::any_of(clouds.begin(), clouds.end(), [](const Cloud& cloud) { return !cloud.isVoxel; });
+}
+
 std::vector<glm::dvec3> Scene::sample() const {
     std::vector<glm::dvec3> all;
     for (const Cloud& cloud : clouds) {

@@ -50,6 +50,8 @@ public:
 
     // Of the visible clouds.
     [[nodiscard]] Box bounds() const;
+    // Whether there is a cloud with points: voxel models have cells alone, of which none can be selected.
+    [[nodiscard]] bool hasPoints() const;
     // Points of the visible clouds, as far as they are within the clip; its corners if none is.
     [[nodiscard]] std::vector<glm::dvec3> sample() const;
 

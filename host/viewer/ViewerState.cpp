@@ -9,6 +9,8 @@
 #include <cmath>
 #include <utility>
 
+static constexpr const char* NO_POINTS = "A voxel model has no points to select or edit";
+
 ViewerState::ViewerState(Scene& shown) : scene(shown), clipBox(shown.bounds()), editor(shown) {
     camera.setView(StandardView::ISO);
     setColouring(scene.suggestColouring());
@@ -54,6 +56,7 @@ void ViewerState::setClipping(bool on) {
 }
 
 void ViewerState::toggleTool(Tool newTool) {
+    if (!scene.hasPoints()) return announce(NO_POINTS);
     endStroke(true);
     tool = tool == newTool ? Tool::NONE : newTool;
     static constexpr const char* HINTS[] = {
@@ -64,6 +67,7 @@ void ViewerState::toggleTool(Tool newTool) {
 }
 
 void ViewerState::edit(const std::function<void(Editor&)>& change) {
+    if (!scene.hasPoints()) return announce(NO_POINTS);
     const std::string before = nimbrelLastError();
     change(editor);
     const std::string reason = nimbrelLastError();
