@@ -1,10 +1,15 @@
 #include "remote/ApiAnswer.h"
 
 #include <cstdlib>
+#include <stdexcept>
 
 std::optional<picojson::value> parseJSON(const std::string& text) {
     picojson::value value;
-    if (!picojson::parse(value, text).empty()) return std::nullopt;
+    try {
+        if (!picojson::parse(value, text).empty()) return std::nullopt;
+    } catch (const std::overflow_error&) { // the library's word for such numbers
+        return std::nullopt;
+    }
     return value;
 }
 

@@ -5,9 +5,9 @@
 #include <picojson.h>
 #include <string>
 
-// Reading the JSON that the service answers with. Anything may come: nothing here throws for the shape of an answer.
+// Reading the JSON that servers answer with. Anything may come: nothing here throws for the shape of an answer.
 
-// Empty for what is no JSON.
+// Empty for what is no JSON, and for numbers beyond those of the machine.
 std::optional<picojson::value> parseJSON(const std::string& text);
 
 // A member of an object; null for a missing one, and where there is no object.

@@ -3,11 +3,11 @@
 #include "format/NodeRecord.h"
 #include "format/OPCHeader.h"
 #include "ground/Log.h"
+#include "remote/ApiAnswer.h"
 #include "remote/Network.h"
 
 #include <algorithm>
 #include <array>
-#include <picojson.h>
 #include <stdexcept>
 #include <string>
 
@@ -29,15 +29,6 @@ int64_t wholeNumber(const picojson::value& info, const char* key) {
         throw std::runtime_error(std::string("the server's description of the cloud has no whole number as ") + key);
     }
     return value.get<int64_t>();
-}
-
-// False for what is no JSON, and for numbers beyond those of the machine, at which the library throws.
-bool parse(const std::string& text, picojson::value& info) {
-    try {
-        return picojson::parse(info, text).empty();
-    } catch (const std::overflow_error&) {
-        return false;
-    }
 }
 
 std::array<double, 6> box(const picojson::value& info, const char* key) {
@@ -102,11 +93,9 @@ void FileNetwork::readHeader(OPCHeader* header) {
     logText(text + "\n");
     const std::string reason = network->lastFailure();
     if (length == 0) return setLastError(reason.empty() ? "the server's answer is empty" : reason);
-    picojson::value info;
-    if (!parse(text, info)) {
-        return setLastError(reason.empty() ? "the server's answer is no description of a cloud" : reason);
-    }
-    takeInfo(info, *header);
+    const std::optional<picojson::value> info = parseJSON(text);
+    if (!info) return setLastError(reason.empty() ? "the server's answer is no description of a cloud" : reason);
+    takeInfo(*info, *header);
     const int64_t treeSize = header->version == OPCHeader::VERSION_VOXEL
                                  ? header->reserved
                                  : int64_t{header->nodeCount} * NodeRecord::Wire::SIZE;

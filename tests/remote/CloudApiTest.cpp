@@ -164,6 +164,7 @@ TEST_F(CloudApi, ManagesFiles) {
         {R"({"Contents":[{"Key":"e/a/b,c","LastModified":"d","Size":9007199254740993}]})", L"/b,c,d,9007199254740993,"},
         {R"({"Contents":[{"Key":"/b","LastModified":"d","Size":1},{"Key":7}, 8]})", L"d,1,null,null,null,null,"},
         {R"({"Contents":{"Key":"a"}})", L""},
+        {R"({"Contents":[1e999]})", L""},
         {R"(["Contents"])", L""},
         {"", L""}};
     for (const auto& [json, text] : shapes) EXPECT_EQ(text, S3Utils::listingText(json)) << json;
