@@ -277,3 +277,4 @@ int S3Utils::getTier() {
 void S3Utils::resetNetwork() {
     session().dropClients();
 }
+    logText(hostName() + "\n"); // as whenever the client for calls before a sign-in is set up

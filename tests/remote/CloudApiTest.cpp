@@ -43,6 +43,7 @@ TEST_F(CloudApi, SignsInWithoutTellingTheLog) {
     ::gethostname(host, sizeof(host) - 1);
     testing::internal::CaptureStdout();
     EXPECT_EQ(0, signIn());
+    resetGlimmetNetwork();
     EXPECT_EQ(L"", std::wstring(listGlimmetFiles()));
     const std::string log = testing::internal::GetCapturedStdout();
     const std::vector<StubRequest> requests = service->requests();
@@ -52,7 +53,7 @@ TEST_F(CloudApi, SignsInWithoutTellingTheLog) {
     EXPECT_EQ(host, requests[0].forwardedFor);
     EXPECT_EQ("/GetGlimmetData/?storage=storage_location", requests[1].target);
     const std::string token = requests[1].authorization.substr(std::string("Bearer ").size());
-    EXPECT_EQ(log, std::string(host) + "\nLogin Result: 0\nLogin Info: ***,ada\n");
+    EXPECT_EQ(log, std::string(host) + "\nLogin Result: 0\nLogin Info: ***,ada\n" + host + "\n");
     EXPECT_EQ(token, S3Utils::refreshIDToken(""));
     EXPECT_EQ(PREFIX, S3Utils::refreshPrefix(""));
 
