@@ -138,7 +138,8 @@ static void runPut(const CloudOptions& options, Host& host) {
     const std::string name = path.substr(path.rfind('/') + 1); // a backslash is a character like any other here
     checkCloudName(name);
     signIn(options);
-    if (!options.force && findCloudFile(name)) {
+    const bool isThere = findCloudFile(name).has_value(); // the engine tells the old file from the new one by this
+    if (isThere && !options.force) {
         throw CommandFailure(path, "the account has a file of this name; --force replaces it");
     }
     checkInterrupt();

@@ -90,6 +90,7 @@ void CloudSession::signOutLocked() {
     wipe(token);
     prefix.clear();
     account = {{}, 0, account.signIn + 1};
+    listing.clear();
     tier = TIER_NOT_KNOWN;
 }
 
@@ -138,6 +139,16 @@ CloudSession::AccountRecord CloudSession::accountRecord() {
 void CloudSession::keepAccountRecord(const AccountRecord& record) {
     std::lock_guard lock(mutex);
     if (record.signIn == account.signIn) account = record;
+}
+
+std::wstring CloudSession::knownListing() {
+    std::lock_guard lock(mutex);
+    return listing;
+}
+
+void CloudSession::keepListing(const std::wstring& files) {
+    std::lock_guard lock(mutex);
+    if (signedIn) listing = files;
 }
 
 int CloudSession::knownTier() {

@@ -57,6 +57,10 @@ public:
     [[nodiscard]] AccountRecord accountRecord();
     void keepAccountRecord(const AccountRecord& record);
 
+    // The files as last listed in this sign-in, in the form for hosts; empty before the first listing.
+    [[nodiscard]] std::wstring knownListing();
+    void keepListing(const std::wstring& files);
+
     static constexpr int TIER_NOT_KNOWN = 1;
     [[nodiscard]] int knownTier();
     void keepTier(int value, uint64_t signIn);
@@ -77,5 +81,6 @@ private:
     std::string uploadName;
     std::string uploadNumber;
     AccountRecord account;
+    std::wstring listing;
     int tier = TIER_NOT_KNOWN;
 };

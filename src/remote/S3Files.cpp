@@ -2,6 +2,7 @@
 
 #include "ground/Log.h"
 #include "remote/ApiAnswer.h"
+#include "remote/CloudSession.h"
 #include "remote/S3Utils.h"
 
 static bool isSuccess(int status) {
@@ -9,7 +10,9 @@ static bool isSuccess(int status) {
 }
 
 std::wstring S3Utils::listFiles() {
-    return listingText(callLambdaURL("/ListFiles/", true, 3, "", "", nullptr));
+    std::wstring files = listingText(callLambdaURL("/ListFiles/", true, 3, "", "", nullptr));
+    if (!files.empty()) CloudSession::instance().keepListing(files);
+    return files;
 }
 
 // What a key is listed as: from its last "/" on. A key without one, its first character apart, is not.

@@ -56,7 +56,22 @@ static std::string bareName(const std::string& path) {
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
-UploadJob::UploadJob(const std::string& path) : source(path), name(bareName(path)) {
+// Name, date and size of a file of this name and size; empty when there is none.
+static std::wstring entryIn(const std::wstring& listing, const std::wstring& name, int64_t size) {
+    const std::wstring start = L"/" + name + L",";
+    const std::wstring behindDate = L"," + std::to_wstring(size) + L",";
+    for (size_t at = listing.find(start); at != std::wstring::npos; at = listing.find(start, at + 1)) {
+        const size_t dateEnd = listing.find(L',', at + start.size());
+        if (dateEnd != std::wstring::npos && listing.compare(dateEnd, behindDate.size(), behindDate) == 0) {
+            return listing.substr(at, dateEnd + behindDate.size() - at);
+        }
+    }
+    return {};
+}
+
+UploadJob::UploadJob(const std::string& path)
+    : source(path), name(bareName(path)),
+      replaced(entryIn(CloudSession::instance().knownListing(), toWide(name), source.getSize())) {
     CloudSession::instance().forgetUpload();
     S3Utils::refreshUploadFilename(name);
 }
@@ -265,16 +280,6 @@ bool UploadJob::sendPart(int64_t part) {
     return true;
 }
 
-static bool isListed(const std::wstring& listing, const std::wstring& name, int64_t size) {
-    const std::wstring entry = L"/" + name + L",";
-    const std::wstring behindDate = L"," + std::to_wstring(size) + L",";
-    for (size_t at = listing.find(entry); at != std::wstring::npos; at = listing.find(entry, at + 1)) {
-        const size_t dateEnd = listing.find(L',', at + entry.size());
-        if (dateEnd != std::wstring::npos && listing.compare(dateEnd, behindDate.size(), behindDate) == 0) return true;
-    }
-    return false;
-}
-
 UploadJob::State UploadJob::complete() {
     {
         std::lock_guard lock(mutex);
@@ -290,8 +295,10 @@ UploadJob::State UploadJob::complete() {
     const std::string answer = ask("&job=complete&uploadID=" + id, nullptr);
     const std::string reason = lastError();
     const std::wstring listing = S3Utils::listFiles(); // which renews the service's own
-    // Services may complete without a word, or the word may get lost.
-    if (!answer.empty() || isListed(listing, toWide(name), source.getSize())) return DONE;
+    // Services may complete without a word, or the word may get lost. Then the listing tells, where the file that was to
+    // be replaced has its old date.
+    const std::wstring entry = entryIn(listing, toWide(name), source.getSize());
+    if (!answer.empty() || (!entry.empty() && entry != replaced)) return DONE;
     setLastError(reason.empty() ? "the service did not put the parts together" : reason);
     return FAILED;
 }

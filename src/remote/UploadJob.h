@@ -72,7 +72,8 @@ private:
     [[nodiscard]] State complete();
 
     const UploadSource source;
-    const std::string name; // the file's bare name
+    const std::string name;      // the file's bare name
+    const std::wstring replaced; // a file of this name and size as last listed when the upload began; empty for none
     RequestStop stop;
     RequestStop beginning;
     std::atomic<State> state{RUNNING};

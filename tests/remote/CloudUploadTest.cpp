@@ -140,6 +140,23 @@ TEST_F(CloudUpload, TellsWhatDidNotArrive) {
         {small, 200, R"({"value":"https://elsewhere.example/x?y"})", "smallupload"},
         {small, 403, "", "/objects/"},
         {large, 200, R"({"value":null})", "init"},
+    // Without a word at the end the listing tells. A file of the same name and size is not the new one.
+    const std::string key = PREFIX + std::string("large");
+    for (const bool arrives : {false, true}) {
+        service->addObject(key, dir.write("old", noise(2 * PART, 9)));
+        const auto then = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
+        std::filesystem::last_write_time(service->objectFile(key), then);
+        EXPECT_EQ(0, signIn()); // forgets that the account was empty
+        EXPECT_STRNE(L"", listGlimmetFiles());
+        service->setFaults([=, this](const StubRequest& request) {
+            if (request.target.find("&job=complete&") == std::string::npos) return StubFault();
+            if (arrives) service->addObject(key, dir.path("large"));
+            return StubFault{.status = 200, .body = R"({"value":null})"};
+        });
+        ASSERT_TRUE(uploadGlimmetFile(large.c_str()));
+        EXPECT_EQ(arrives ? 2 : 3, finish());
+    }
+    EXPECT_TRUE(deleteGlimmetFile(L"large"));
         {large, 500, "", "init"},
         {large, 200, R"({"value":null})", "complete"},
     };
