@@ -182,10 +182,9 @@ static void runShare(const CloudOptions& options, Host& host) {
     if (!isEmail(options.email)) throw UsageFailure("--to: '" + options.email + "' is not an e-mail address");
     signIn(options);
     requireInAccount(name);
-    const std::string before = nimbrelLastError();
     emailGlimmetLink(widePath(options.email).c_str(), widePath(name).c_str(), options.days);
-    const std::string after = nimbrelLastError();
-    if (after != before) throw CommandFailure(name, "the mail may not have been sent: " + after);
+    const std::string problem = nimbrelLastError();
+    if (!problem.empty()) throw CommandFailure(name, "the mail may not have been sent: " + problem);
     host.console.note(fmt::format("{}: the service was asked to mail {} a link that is good for {} {}", name,
                                   options.email, options.days, options.days == 1 ? "day" : "days"));
 }

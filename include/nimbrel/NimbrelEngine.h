@@ -67,7 +67,8 @@ NIMBREL_API const char* nimbrelVersion(void);
 
 /**
  * Why the last load, build, upload, other request to the cloud service or read of a node's points failed, in one line
- * of UTF-8 without a file name; empty when none did. Loading, createOPC and uploadGlimmetFile clear it when they begin.
+ * of UTF-8 without a file name; empty when none did. Loading, createOPC, uploadGlimmetFile and emailGlimmetLink clear it
+ * when they begin.
  * The text is valid until the calling thread asks again. Any thread.
  */
 NIMBREL_API const char* nimbrelLastError(void);
@@ -1021,8 +1022,8 @@ NIMBREL_API const wchar_t* listGlimmetFiles(void);
 NIMBREL_API bool deleteGlimmetFile(const wchar_t* name);
 
 /**
- * Has the service send someone a link to a file of the account. Nothing tells whether it did; without a link no mail is
- * asked for.
+ * Has the service send someone a link to a file of the account. nimbrelLastError is empty afterwards when the service
+ * took it on; whether it did send it, nothing tells. Without a link no mail is asked for.
  *
  * duration  how long the link is good, in the unit of the service
  */

@@ -51,9 +51,11 @@ bool S3Utils::deleteFile(const std::wstring& name) {
 }
 
 void S3Utils::emailLink(const std::wstring& email, const std::wstring& name, int duration) {
+    setLastError("");
     const std::string time = std::to_string(duration);
     const std::string link = callLambdaURL(
         "/GetSignedURL/?duration=" + time + "&file=" + refreshPrefix("") + toUtf8(name), true, 3, "", "", nullptr);
     if (link.empty()) return;
+    setLastError(""); // that of an attempt before the one that went well
     postToAPI("/SendEmail/?email=" + toUtf8(email) + "&time=" + time, "[\"" + link + "\"]");
 }

@@ -3,7 +3,9 @@
 #include "cloud/CloudService.h"
 #include "stub/CloudStub.h"
 
+#include <atomic>
 #include <csignal>
+#include <memory>
 #include <optional>
 
 // The program against the stand-in service, as a user runs it.
@@ -101,6 +103,11 @@ TEST_F(CloudCommandTest, KeepsFilesAndGivesThemBackUnchanged) {
     setenv("NIMBREL_CLOUD_USER", "anna", 1);
     setenv("NIMBREL_CLOUD_PASSWORD", PASSWORD, 1);
 
+    // One attempt that fails is no failure.
+    stub->setFaults([isFirst = std::make_shared<std::atomic<bool>>(true)](const StubRequest& request) {
+        const bool fails = request.path == "/GetSignedURL/" && isFirst->exchange(false);
+        return StubFault{.status = fails ? 503 : 0};
+    });
     run({"cloud", "share", "town.opc", "--to", "bert@example.org", "--days", "3"});
     ASSERT_EQ(1U, stub->mails().size());
     EXPECT_EQ("bert@example.org", stub->mails()[0].email);
