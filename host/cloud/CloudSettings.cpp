@@ -190,23 +190,21 @@ std::string keepCloudSettings(const CloudSettings& settings) {
     const fs::path unfinished = path.string() + ".part";
     unlink(unfinished.c_str());
     const std::string bytes = asJson(settings);
-    {
-        const OpenFile file(unfinished, O_WRONLY | O_CREAT | O_EXCL);
-        if (file.descriptor < 0) throw systemFailure(unfinished);
-        const bool isWritten = write(file.descriptor, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
-        if (!isWritten || fchmod(file.descriptor, 0600) != 0 || fsync(file.descriptor) != 0) {
-            const CommandFailure failure = systemFailure(unfinished);
-            unlink(unfinished.c_str());
-            throw failure;
-        }
-    }
-    if (std::rename(unfinished.c_str(), path.c_str()) != 0) throw systemFailure(path);
-    return path.string();
+    const OpenFile file(unfinished, O_WRONLY | O_CREAT | O_EXCL);
+    if (file.descriptor < 0) throw systemFailure(unfinished);
+    const bool isWritten = write(file.descriptor, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
+    const bool isKept = isWritten && fchmod(file.descriptor, 0600) == 0 && fsync(file.descriptor) == 0 &&
+                        std::rename(unfinished.c_str(), path.c_str()) == 0;
+    if (isKept) return path.string();
+    const CommandFailure failure = systemFailure(path);
+    unlink(unfinished.c_str()); // it holds the password
+    throw failure;
 }
 
 std::string forgetCloudSettings() {
     const fs::path path = settingsFile();
-    if (path.empty() || (unlink(path.c_str()) != 0 && errno == ENOENT)) return {};
-    if (fs::exists(fs::symlink_status(path))) throw systemFailure(path);
-    return path.string();
+    if (path.empty()) return {};
+    if (unlink(path.c_str()) == 0) return path.string();
+    if (errno == ENOENT || errno == ENOTDIR) return {};
+    throw systemFailure(path);
 }

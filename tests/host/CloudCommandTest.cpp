@@ -128,6 +128,13 @@ TEST_F(CloudCommandTest, RefusesWhatWouldGoWrong) {
     run({"cloud", "share", "x", "--to", "anna"}, 2, "e-mail");
     run({"cloud", "ls", "--api", "http://127.0.0.1"}, 1, "this is no endpoint");
 
+    // A password that can't be kept is not left behind either.
+    const std::string kept = folder.file("config/nimbrel/cloud.json");
+    std::filesystem::create_directories(kept);
+    run({"cloud", "login"}, 1, "cloud.json: Is a directory");
+    EXPECT_FALSE(std::filesystem::exists(kept + ".part"));
+    std::filesystem::remove(kept);
+
     // A kept password is sent only where it belongs, and not taken from where others may have been.
     run({"cloud", "login"});
     unsetenv("NIMBREL_CLOUD_PASSWORD");
@@ -137,7 +144,7 @@ TEST_F(CloudCommandTest, RefusesWhatWouldGoWrong) {
     run({"cloud", "usage"}, 1, "there is no password");
     EXPECT_TRUE(other.requests().empty());
     use(*stub);
-    std::filesystem::permissions(folder.file("config/nimbrel/cloud.json"), std::filesystem::perms(0640));
+    std::filesystem::permissions(kept, std::filesystem::perms(0640));
     run({"cloud", "usage"}, 1, "others can read");
     setenv("NIMBREL_CLOUD_PASSWORD", PASSWORD, 1);
 
