@@ -976,7 +976,8 @@ NIMBREL_API int loadPointCloudGlimmet(const wchar_t* name);
  * path    path and query, from "/" on
  * buffer  out: the body, without a zero at its end; never more than 1 MiB (1,048,576 bytes), which is what to give
  *
- * Returns the bytes written, 0 without an answer. Gives up after 2 seconds without an answer.
+ * Returns the bytes written, 0 without an answer. Gives up after 2 seconds of silence, on headers that take more than
+ * 15 seconds, and on a body that comes in drops.
  */
 NIMBREL_API int getURLData(const char* host, const char* path, char* buffer);
 

@@ -47,7 +47,7 @@ void CloudSession::dropClients() {
 std::shared_ptr<HttpsClient> CloudSession::apiClient(bool authorised) {
     std::lock_guard lock(mutex);
     auto& client = authorised ? signedClient : openClient;
-    if (!client && api) client = std::make_shared<HttpsClient>(*api, true);
+    if (!client && api) client = std::make_shared<HttpsClient>([this] { return api->makeClient(); });
     return client;
 }
 
@@ -55,12 +55,12 @@ std::optional<CloudSession::ObjectStore> CloudSession::objectStore() {
     std::lock_guard lock(mutex);
     if (!object) return std::nullopt;
     if (!dataConnections) {
-        dataConnections = std::make_shared<ConnectionPool>(object->text, connectionCount());
-        dataConnections->configureAll([this](httplib::Client& client) {
-            object->expectIn(client.ssl_context());
-            client.set_url_encode(false);
-            client.set_tcp_nodelay(true);
-        });
+        const auto makeClient = [this] {
+            auto client = object->makeClient();
+            client->set_url_encode(false);
+            return client;
+        };
+        dataConnections = std::make_shared<ConnectionPool>(makeClient, connectionCount());
     }
     return ObjectStore{*object, dataConnections};
 }

@@ -35,14 +35,14 @@ int connectionCount(std::chrono::nanoseconds roundTrip) {
 
 ConnectionPool::Patience ConnectionPool::patience;
 
-ConnectionPool::ConnectionPool(const std::string& base, int count) : limits(patience) {
+ConnectionPool::ConnectionPool(const MakeClient& makeClient, int count) : limits(patience) {
     for (int i = 0; i < count; ++i) {
-        auto made = std::make_unique<Connection>(base);
+        auto made = std::make_unique<Connection>();
         Connection& connection = *made;
-        connection.client.set_keep_alive(true);
-        if (limits.connect.count() > 0) connection.client.set_connection_timeout(limits.connect);
-        if (limits.read.count() > 0) connection.client.set_read_timeout(limits.read);
-        connection.client.set_socket_options([this, &connection](socket_t socket) { keepSocket(connection, socket); });
+        connection.client = makeClient();
+        if (limits.connect.count() > 0) connection.client->set_connection_timeout(limits.connect);
+        if (limits.read.count() > 0) connection.client->set_read_timeout(limits.read);
+        connection.client->set_socket_options([this, &connection](socket_t socket) { keepSocket(connection, socket); });
         connections.push_back(std::move(made));
     }
 }
@@ -93,7 +93,7 @@ ConnectionPool::Lease ConnectionPool::take() {
     connection->busy = true;
     connection->isInterrupted = false;
     connection->isConnected = false;
-    connection->received = 0;
+    connection->allowed = 0;
     taken.notify_one();
     return {*this, connection};
 }
@@ -125,9 +125,9 @@ void ConnectionPool::check(Connection& connection, Clock::time_point now) const 
             connection.start = now;
             return;
         }
-        const std::chrono::duration<double> forBody(static_cast<double>(connection.received) /
-                                                    static_cast<double>(limits.bytesPerSecond));
-        if (now - connection.start < limits.answer + forBody) return;
+        const std::chrono::duration<double> forBodies(static_cast<double>(connection.allowed) /
+                                                      static_cast<double>(limits.bytesPerSecond));
+        if (now - connection.start < limits.answer + forBodies) return;
     }
     ::shutdown(connection.socket, SHUT_RDWR);
 }
@@ -144,15 +144,15 @@ ConnectionPool::Lease::~Lease() {
     pool.freed.notify_one();
 }
 
-bool ConnectionPool::Lease::received(size_t bytes) const {
-    connection->received += bytes;
+bool ConnectionPool::Lease::allowFor(size_t bytes) const {
+    connection->allowed += bytes;
     return !pool.abandoned;
 }
 
 void ConnectionPool::Lease::restart() const {
     std::lock_guard lock(pool.mutex);
     connection->isConnected = false;
-    connection->received = 0;
+    connection->allowed = 0;
 }
 
 void ConnectionPool::Lease::interrupt() const {

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
+#include <functional>
 #include <httplib.h>
 #include <memory>
 #include <mutex>
@@ -34,22 +35,17 @@ public:
         std::chrono::milliseconds connect{0};
         std::chrono::milliseconds read{0};
         std::chrono::milliseconds answer{15000}; // from the connection to the end of the headers
-        size_t bytesPerSecond = 1024;            // of a body, on the average since then
+        size_t bytesPerSecond = 1024;            // of bodies, on the average since then
     };
     // What new pools take; for tests to shorten before there are any.
     static Patience patience;
 
-    // base  scheme, "://", host, ":", port. Throws what the library throws at one that it does not know.
-    ConnectionPool(const std::string& base, int count);
+    // Makes the client of a connection, set up for its server. What it throws gets out of the pool's making.
+    using MakeClient = std::function<std::unique_ptr<httplib::ClientImpl>()>;
+    ConnectionPool(const MakeClient& makeClient, int count);
     ~ConnectionPool();
     ConnectionPool(const ConnectionPool&) = delete;
     ConnectionPool& operator=(const ConnectionPool&) = delete;
-
-    // Calls configure(httplib::Client&) on each connection, before the first is lent.
-    template <typename Configure>
-    void configureAll(Configure configure) {
-        for (const auto& connection : connections) configure(connection->client);
-    }
 
     // Ends the exchanges under way, and makes take() give empty leases from now on.
     void abandon();
@@ -69,10 +65,11 @@ public:
 
         // False when the pool was abandoned: there is no client then.
         explicit operator bool() const { return connection != nullptr; }
-        [[nodiscard]] httplib::Client& client() const { return connection->client; }
+        [[nodiscard]] httplib::ClientImpl& client() const { return *connection->client; }
 
-        // Bytes of the body have arrived: call it from the content receiver. False when the exchange was given up.
-        [[nodiscard]] bool received(size_t bytes) const;
+        // Bytes of the body have arrived, or are about to be sent: the exchange gets the time that these may take. Call
+        // it from the content receiver, or before the request. False when the exchange was given up.
+        bool allowFor(size_t bytes) const;
 
         // The patience begins anew, for a further request on the same lease.
         void restart() const;
@@ -92,14 +89,13 @@ private:
     using Clock = std::chrono::steady_clock;
 
     struct Connection {
-        explicit Connection(const std::string& base) : client(base) {}
-        httplib::Client client;
+        std::unique_ptr<httplib::ClientImpl> client;
         bool busy = false;
-        bool isInterrupted = false;      // the lease is to come to nothing
-        bool isConnected = false;        // since `start`, as the watch saw it
-        int socket = -1;                 // a duplicate of the client's, so that it can be shut down at any time
-        Clock::time_point start;         // of the patience
-        std::atomic<size_t> received{0}; // bytes of the body
+        bool isInterrupted = false;     // the lease is to come to nothing
+        bool isConnected = false;       // since `start`, as the watch saw it
+        int socket = -1;                // a duplicate of the client's, so that it can be shut down at any time
+        Clock::time_point start;        // of the patience
+        std::atomic<size_t> allowed{0}; // bytes of bodies that have time
     };
 
     void keepSocket(Connection& connection, int socket);
@@ -108,7 +104,7 @@ private:
     [[nodiscard]] bool isAnyBusy() const;
 
     const Patience limits;
-    std::vector<std::unique_ptr<Connection>> connections; // their fields but `received` are guarded by mutex
+    std::vector<std::unique_ptr<Connection>> connections; // their fields but `allowed` are guarded by mutex
     std::mutex mutex;
     std::condition_variable freed;
     std::condition_variable taken; // for the watch

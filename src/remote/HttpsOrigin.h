@@ -1,9 +1,13 @@
 #pragma once
 
-#include <openssl/ssl.h>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+
+namespace httplib {
+class ClientImpl;
+}
 
 // The scheme, host and port of a server that is spoken to over TLS.
 struct HttpsOrigin {
@@ -18,7 +22,12 @@ struct HttpsOrigin {
     // or holds bytes that can't stand in a request line.
     [[nodiscard]] std::string targetOf(const std::string& url) const;
 
-    // Has the connections of a context accept certificates of this host alone. The HTTP library checks the name as
-    // well, but takes a certificate's common name where its alternative names do not match.
-    void expectIn(SSL_CTX* context) const;
+    // A client that keeps its connection, and takes certificates of this host alone. The HTTP library checks the name
+    // as well, but takes a certificate's common name where its alternative names do not match.
+    [[nodiscard]] std::unique_ptr<httplib::ClientImpl> makeClient() const;
 };
+
+// The same for any server, "https://", "http://" or neither before its host and perhaps a port. Throws
+// std::invalid_argument for anything else. The library has one for this too, but matches a regular expression with a
+// depth that follows the length of the text, and knows no letters in IPv6 addresses.
+std::unique_ptr<httplib::ClientImpl> makeClientOf(std::string_view server);

@@ -1,6 +1,7 @@
 #include "remote/Network.h"
 
 #include "ground/Log.h"
+#include "remote/HttpsOrigin.h"
 
 #include <algorithm>
 #include <cstring>
@@ -11,12 +12,10 @@
 
 namespace {
 
-// The library matches this much with a regular expression, whose depth follows the length. No host has a longer name.
-constexpr size_t LONGEST_HOST = 255;
-
-void replaceBlanks(std::string& text) {
-    static constexpr char ESCAPED[] = "%20";
-    for (size_t at = text.find(' '); at != std::string::npos; at = text.find(' ', at)) text.replace(at, 1, ESCAPED);
+std::string withBlanksReplaced(const std::string& text) {
+    std::string replaced;
+    for (const char c : text) c == ' ' ? replaced += "%20" : replaced += c;
+    return replaced;
 }
 
 std::string describe(httplib::Error error) {
@@ -28,8 +27,7 @@ std::string describe(httplib::Error error) {
 } // namespace
 
 Network::Address Network::parse(const std::wstring& url) {
-    std::string text = toUtf8(url);
-    replaceBlanks(text);
+    const std::string text = withBlanksReplaced(toUtf8(url));
     const size_t schemeEnd = text.find(':');
     if (schemeEnd == std::string::npos) throw std::invalid_argument("the URL names no protocol");
     const std::string rest = text.substr(std::min(schemeEnd + 3, text.size())); // behind the two slashes
@@ -43,7 +41,7 @@ Network::Address Network::parse(const std::wstring& url) {
     if (!isNumber || std::stoi(portText) > std::numeric_limits<uint16_t>::max()) {
         throw std::invalid_argument("the URL's port is not a number up to 65535");
     }
-    if (colon == 0 || colon > LONGEST_HOST) throw std::invalid_argument("the URL names no host");
+    if (colon == 0) throw std::invalid_argument("the URL names no host");
     // A request for nothing would be no HTTP.
     std::string pathText = slash < rest.size() ? rest.substr(slash) : "/";
     return {text.substr(0, schemeEnd), rest.substr(0, colon), portText, std::move(pathText)};
@@ -53,8 +51,8 @@ Network::Network(const std::wstring& url) : Network(parse(url)) {}
 
 Network::Network(Address address)
     : protocol(std::move(address.protocol)), host(std::move(address.host)), port(std::move(address.port)),
-      path(std::move(address.path)),
-      connections(protocol + "://" + host + ":" + port, std::max(connectionCount(), MOST_CONNECTIONS)) {
+      path(std::move(address.path)), connections([this] { return makeClientOf(protocol + "://" + host + ":" + port); },
+                                                 std::max(connectionCount(), MOST_CONNECTIONS)) {
     networkState = true;
 }
 
@@ -91,7 +89,7 @@ Network::Outcome Network::exchange(const std::string& query, const Receiver& rec
             if (!hasBegun) noteWait(std::chrono::steady_clock::now() - start);
             hasBegun = true;
             fits = receiver(bytes, count);
-            return fits && lease.received(count);
+            return fits && lease.allowFor(count);
         });
         if (!fits) {
             logText("The answer is longer than expected\n");

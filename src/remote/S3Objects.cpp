@@ -89,7 +89,7 @@ bool RangeAttempt::takeHead(const httplib::Response& response) {
 }
 
 bool RangeAttempt::takeBody(const char* data, size_t length) {
-    if (!connection.received(length)) return false;
+    if (!connection.allowFor(length)) return false;
     if (!isSuccess(status)) return (refusal += length) <= MOST_OF_A_REFUSAL;
     isRefused = length > static_cast<size_t>(size - received);
     if (isRefused) return false;

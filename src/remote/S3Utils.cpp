@@ -158,9 +158,15 @@ int S3Utils::postToAPI(const std::string& url, const std::string& body) {
 std::string S3Utils::simpleGet(const std::string& host, const std::string& path) {
     const BrokenPipeGuard noSignal;
     try {
-        httplib::Client client(host, "", "");
-        if (!client.is_valid()) return {};
-        client.set_read_timeout(2, 0);
+        ConnectionPool connection(
+            [&host] {
+                auto client = makeClientOf(host);
+                client->set_keep_alive(false);
+                client->set_read_timeout(2, 0);
+                return client;
+            },
+            1);
+        const ConnectionPool::Lease lease = connection.take();
         std::string body;
         bool isFull = false;
         const auto end = std::chrono::steady_clock::now() + HttpsClient::MOST_TIME; // bodies may come in drops
@@ -170,11 +176,11 @@ std::string S3Utils::simpleGet(const std::string& host, const std::string& path)
         request.content_receiver = [&](const char* data, size_t size, uint64_t, uint64_t) {
             isFull = size > MOST_URL_DATA - body.size();
             body.append(data, std::min(size, MOST_URL_DATA - body.size()));
-            return !isFull && std::chrono::steady_clock::now() < end;
+            return !isFull && std::chrono::steady_clock::now() < end && lease.allowFor(size);
         };
         httplib::Response response;
         httplib::Error error = httplib::Error::Success;
-        const bool answered = client.send(request, response, error);
+        const bool answered = lease.client().send(request, response, error);
         return answered || isFull ? body : std::string();
     } catch (const std::exception& failure) {
         reportException(failure);
@@ -276,5 +282,5 @@ int S3Utils::getTier() {
 
 void S3Utils::resetNetwork() {
     session().dropClients();
-}
     logText(hostName() + "\n"); // as whenever the client for calls before a sign-in is set up
+}

@@ -135,8 +135,12 @@ int UploadJob::put(const std::string& url, const char* data, int64_t length,
         return -1;
     }
     if (source.getSize() >= PART_SIZE) logText(store->text + "\n"); // where parts go; one piece goes without a word
-    HttpsClient client(*store, false);
-    client.sendTargetsVerbatim();
+    HttpsClient client([&store] {
+        auto made = store->makeClient();
+        made->set_keep_alive(false);
+        made->set_url_encode(false);
+        return made;
+    });
     httplib::Request request;
     request.method = "PUT";
     request.path = target;

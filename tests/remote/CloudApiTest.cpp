@@ -26,6 +26,7 @@ TEST(HttpsOrigin, TakesNothingButHttpsAndAHost) {
     }
     for (const char* text : {"", "https://", "http://a", "HTTPS://a", "a", "https://a/b", "https://u@a", "https://a:0",
                              "https://a:65536", "https://a:1x", "https://[::1", "https://a\r\nb", "https://:1"}) {
+    EXPECT_FALSE(HttpsOrigin::parse("https://" + std::string(1 << 20, 'a')));
         EXPECT_FALSE(HttpsOrigin::parse(text)) << text;
     }
     const HttpsOrigin origin = *HttpsOrigin::parse("https://a:1");
@@ -213,6 +214,11 @@ TEST_F(CloudApi, TrustsNobodyElse) {
     EXPECT_EQ(0, plainRequests);
 
     // Any URL is the one way out in plain text, and bounded.
+    EXPECT_EQ(0, getURLData(("http://" + std::string(1 << 20, 'a')).c_str(), "/", body.data()));
+    const std::string letters = "https://[::ffff:127.0.0.1]:1"; // in an address
+    setGlimmetEndpoints(letters.c_str(), letters.c_str(), nullptr);
+    EXPECT_EQ(-1, signIn());
+    EXPECT_FALSE(S3Utils::readData(letters + "/file", &byte, 0, 1, false));
     std::string body(S3Utils::MOST_URL_DATA, '\0');
     EXPECT_EQ(21, getURLData(plainUrl.c_str(), "/", body.data()));
     EXPECT_EQ(R"({"value":"token,ada"})", body.substr(0, 21));

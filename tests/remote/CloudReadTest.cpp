@@ -1,6 +1,5 @@
 #include "ground/Pools.h"
 #include "remote/CloudTest.h"
-#include "remote/ConnectionPool.h"
 #include "remote/FileS3.h"
 #include "remote/LRUCache.h"
 #include "remote/S3Utils.h"
@@ -44,11 +43,6 @@ TEST(LRUCache, KeepsWhatAListKeepsAndFreesTheRest) {
 }
 
 using CloudRead = CloudTest;
-
-// For a fault hook, which any thread of the service may call.
-static std::shared_ptr<std::atomic<int>> counterFrom(int value) {
-    return std::make_shared<std::atomic<int>>(value);
-}
 
 // Each buffer is a heap block of its exact size, so that AddressSanitizer sees a byte too many.
 TEST_F(CloudRead, TakesExactlyTheRangeOrNothing) {
@@ -193,8 +187,7 @@ TEST_F(CloudRead, StreamsWhatALocalFileGives) {
     EXPECT_EQ(expected, see(id));
 
     // A close does not wait for a store that has gone silent, however long the connections would.
-    ConnectionPool::patience = {seconds(600), seconds(600), seconds(600), 1};
-    resetGlimmetNetwork();
+    waitForever();
     service->setFaults([counter = counterFrom(0)](const StubRequest& request) {
         StubFault fault;
         if (request.isStore && ++*counter > 2) fault.delay = seconds(600);
@@ -207,7 +200,6 @@ TEST_F(CloudRead, StreamsWhatALocalFileGives) {
     closePointCloud(0);
     viewer.join();
     EXPECT_GT(seconds(60), std::chrono::steady_clock::now() - start);
-    ConnectionPool::patience = {};
 }
 
 TEST_F(CloudRead, OpensNothingUnsound) {

@@ -1,4 +1,5 @@
 #include "remote/CloudTest.h"
+#include "remote/ConnectionPool.h"
 
 #include <csignal>
 #include <fstream>
@@ -8,6 +9,13 @@ CloudTest::~CloudTest() {
     if (service) service->setFaults({});
     abortGlimmetUpload();
     setGlimmetEndpoints("", "", "");
+    ConnectionPool::patience = {};
+}
+
+void CloudTest::waitForever() {
+    constexpr std::chrono::seconds EVER{600};
+    ConnectionPool::patience = {EVER, EVER, EVER, 1};
+    resetGlimmetNetwork();
 }
 
 void CloudTest::startService(StubOptions options) {

@@ -3,6 +3,7 @@
 #include "engine/EngineTest.h"
 #include "stub/CloudStub.h"
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -17,12 +18,20 @@ protected:
     // In place of the one before. Its folder is "service".
     void startService(StubOptions options);
 
+    // So patient that only what a test asks for ends a request; for connections that are made from here on.
+    static void waitForever();
+
     static int signIn() { return loginGlimmet(L"ada", L"pass word", 7); }
     [[nodiscard]] static Bytes noise(size_t size, uint32_t seed = 1);
     [[nodiscard]] static Bytes bytesAt(const std::filesystem::path& file);
 
     // Requests to the API whose target begins so.
     [[nodiscard]] std::vector<StubRequest> requestsTo(std::string_view target) const;
+
+    // For a fault hook, which any thread of the service may call.
+    static std::shared_ptr<std::atomic<int>> counterFrom(int value) {
+        return std::make_shared<std::atomic<int>>(value);
+    }
 
     static constexpr const char* PREFIX = "eu/ada/";
     std::unique_ptr<CloudStub> service;
