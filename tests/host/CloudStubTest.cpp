@@ -6,7 +6,6 @@
 
 #include <httplib.h>
 #include <optional>
-#include <thread>
 
 // The stand-in service, asked over the wire by a plain HTTP client.
 
@@ -59,10 +58,8 @@ protected:
         return answer.substr(0, answer.find(','));
     }
 
-    httplib::Result get(const std::string& url, const std::string& range = "") {
-        httplib::Headers headers;
-        if (!range.empty()) headers.emplace("Range", "bytes=" + range);
-        return client(stub->storeEndpoint())->Get(url.substr(stub->storeEndpoint().size()), headers);
+    httplib::Result get(const std::string& url) {
+        return client(stub->storeEndpoint())->Get(url.substr(stub->storeEndpoint().size()));
     }
     // The status, or -1 without an answer.
     int put(const std::string& url, const std::string& body) {
@@ -76,50 +73,29 @@ protected:
     std::string token;
 };
 
-TEST_F(CloudStubTest, PutsPartsTogetherAndServesThemByRange) {
-    const std::string bytes = someBytes(2'500'000);
-    const std::string id = call("/MultipartAction/?filename=a&b%20c.opc&job=init&fileSize=2");
+TEST_F(CloudStubTest, PutsTogetherOnlyWhatCameWhole) {
+    const std::string bytes = someBytes(200'000);
+    const std::string upload = "/MultipartAction/?filename=a&b%20c.opc&job=";
+    const std::string id = call(upload + "init&fileSize=2");
     const auto part = [&](int number) {
-        return call("/MultipartAction/?filename=a&b%20c.opc&job=upload&uploadID=" + id +
-                    "&partNumber=" + std::to_string(number));
+        return call(upload + "upload&uploadID=" + id + "&partNumber=" + std::to_string(number));
     };
-    const auto complete = [&] { return call("/MultipartAction/?filename=a&b%20c.opc&job=complete&uploadID=" + id); };
-    const std::string third = part(3);
-    EXPECT_EQ(200, put(third, bytes.substr(2'000'000)));
-    EXPECT_EQ(200, put(part(1), "sent again below"));
-    EXPECT_EQ("", complete()) << "part 2 is missing";
-    EXPECT_EQ(200, put(part(1), bytes.substr(0, 1'000'000)));
-
-    // What goes wrong with a part leaves no trace of it.
+    const auto complete = [&] { return call(upload + "complete&uploadID=" + id); };
     const std::string second = part(2);
+    EXPECT_EQ(200, put(second, bytes.substr(100'000)));
+    const std::string first = part(1);
     const StubFault faults[] = {{.reset = true}, {.status = 503}, {.cutAfter = 5000}};
     for (const StubFault& fault : faults) {
+        EXPECT_EQ("", complete()) << "part 1 is missing";
         stub->setFaults([&fault](const StubRequest&) { return fault; });
-        EXPECT_EQ(fault.status == 0 ? -1 : fault.status, put(second, bytes.substr(1'000'000, 1'000'000)));
+        EXPECT_EQ(fault.status == 0 ? -1 : fault.status, put(first, bytes.substr(0, 100'000)));
         stub->setFaults({});
-        EXPECT_EQ("", complete());
     }
-    EXPECT_EQ(200, put(second, bytes.substr(1'000'000, 1'000'000)));
+    EXPECT_EQ(200, put(first, bytes.substr(0, 100'000)));
     EXPECT_EQ("OK", complete());
-    EXPECT_EQ(404, put(third, "late")) << "the upload is over";
+    EXPECT_EQ(404, put(second, "late")) << "the upload is over";
     EXPECT_EQ(std::vector<std::string>{"eu/anna/a&b c.opc"}, stub->keys());
-    EXPECT_EQ(bytes, bytesOf(stub->objectFile("eu/anna/a&b c.opc")));
-
-    const std::string url = call("/GetSignedURL/?file=eu/anna/a&b%20c.opc");
-    const std::tuple<const char*, int, std::string> ranges[] = {
-        {"", 200, bytes},
-        {"0-0", 206, bytes.substr(0, 1)},
-        {"999999-1000001", 206, bytes.substr(999'999, 3)},
-        {"2499998-9999999", 206, bytes.substr(2'499'998)},
-        {"-2", 206, bytes.substr(2'499'998)},
-        {"2500000-", 416, "<Error><Code>InvalidRange</Code></Error>"},
-    };
-    for (const auto& [range, status, expected] : ranges) {
-        const auto answer = get(url, range);
-        ASSERT_TRUE(answer) << range;
-        EXPECT_EQ(status, answer->status) << range;
-        EXPECT_TRUE(expected == answer->body) << range << ": " << answer->body.size() << " bytes";
-    }
+    EXPECT_EQ(bytes, get(call("/GetSignedURL/?file=eu/anna/a&b%20c.opc"))->body);
 }
 
 TEST_F(CloudStubTest, LetsNobodyBeyondTheirAccount) {
@@ -183,17 +159,4 @@ TEST_F(CloudStubTest, ChecksSignaturesAndExpiry) {
     ASSERT_EQ(1U, stub->mails().size());
     EXPECT_EQ(url, stub->mails().front().link);
     EXPECT_EQ("2", stub->mails().front().days);
-
-    // An idle connection and one that waits for its answer do not hold up the end.
-    const auto idle = client(stub->apiEndpoint());
-    idle->set_keep_alive(true);
-    EXPECT_TRUE(idle->Get("/ListFiles/"));
-    stub->setFaults([](const StubRequest&) { return StubFault{.delay = 1h}; });
-    stub->forgetRequests();
-    std::thread waiting([&] { EXPECT_FALSE(client(stub->apiEndpoint())->Get("/Login/")); });
-    while (stub->countRequests("/Login/") == 0) std::this_thread::yield();
-    const auto start = std::chrono::steady_clock::now();
-    stub.reset();
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 60s);
-    waiting.join();
 }

