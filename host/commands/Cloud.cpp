@@ -31,7 +31,7 @@ struct CloudOptions {
     int days = 7;
     bool force = false;
     bool passwordFromInput = false;
-    bool keepsPassword = true;
+    bool withoutPassword = false;
 };
 
 constexpr int UPLOAD_RUNNING = 1; // states of nimbrelGlimmetUploadState
@@ -57,10 +57,10 @@ static void runLogin(const CloudOptions& options, Host& host) {
     if (options.passwordFromInput) std::getline(std::cin, settings.password);
     askForMissing(settings);
     signInToCloud(settings);
-    if (!options.keepsPassword) settings.password.clear();
+    if (options.withoutPassword) settings.password.clear();
     const std::string file = keepCloudSettings(settings);
     host.console.note(fmt::format("Signed in as {}; kept in {}, {}", settings.user, file,
-                                  options.keepsPassword ? "with the password" : "without the password"));
+                                  options.withoutPassword ? "without the password" : "with the password"));
 }
 
 static void runLogout(Host& host) {
@@ -232,7 +232,7 @@ static void addSignIn(CLI::App& cloud, const std::shared_ptr<CloudOptions>& opti
                                          chosen, runLogin);
     addServiceOptions(login, *options);
     login->add_flag("--password-stdin", options->passwordFromInput, "Read the password from standard input");
-    login->add_flag("!--no-password", options->keepsPassword, "Keep the rest, but not the password");
+    login->add_flag("--no-password", options->withoutPassword, "Keep the rest, but not the password");
     addCloudSubcommand(cloud, "logout", "Forget the sign-in that was kept", options, chosen,
                        [](const CloudOptions&, Host& host) { runLogout(host); });
 }
@@ -262,8 +262,7 @@ void addCloudCommand(CLI::App& program, Command& chosen) {
     const auto options = std::make_shared<CloudOptions>();
     CLI::App* cloud = program.add_subcommand("cloud", "Keep point files in a cloud service, and share them");
     cloud->require_subcommand(1);
-    addSignIn(*cloud, options, chosen);
-    addFileCommands(*cloud, options, chosen);
+    // Its commands inherit it.
     cloud->footer("What is not given as an option comes from the environment (NIMBREL_CLOUD_API, NIMBREL_CLOUD_STORE,\n"
                   "NIMBREL_CLOUD_ORIGIN, NIMBREL_CLOUD_USER, NIMBREL_CLOUD_PASSWORD, NIMBREL_CLOUD_PRODUCT), from the\n"
                   "sign-in that 'login' keeps, or is asked for. The other commands open cloud:NAME.\n\n"
@@ -272,4 +271,6 @@ void addCloudCommand(CLI::App& program, Command& chosen) {
                   "  nimbrel cloud put town.opc\n"
                   "  nimbrel view cloud:town.opc\n"
                   "  nimbrel cloud share town.opc --to anna@example.org --days 14");
+    addSignIn(*cloud, options, chosen);
+    addFileCommands(*cloud, options, chosen);
 }

@@ -29,6 +29,7 @@ static void describeProgram(CLI::App& program) {
     program.set_version_flag("--version", std::string("nimbrel ") + nimbrelVersion(), "Show the version and exit");
     program.set_help_flag("-h,--help", "Show this help and exit");
     program.require_subcommand(1);
+    program.get_formatter()->label("SUBCOMMAND", "COMMAND");
     program.footer("Examples:\n"
                    "  nimbrel sample town.las                make points to try things with\n"
                    "  nimbrel build town.las -o town.opc     turn them into a point file\n"
@@ -45,12 +46,13 @@ static void describeProgram(CLI::App& program) {
                    "128 + N ended by signal N (130 for Ctrl-C; unfinished files are removed).");
 }
 
-static void addSwitches(CLI::App& program, Switches& switches) {
-    for (CLI::App* command : program.get_subcommands({})) {
-        addSwitches(*command, switches); // a command may have commands of its own
-        if (!command->get_subcommands({}).empty()) continue;
-        command->add_flag("-q,--quiet", switches.quiet, "No progress and no summary; errors and warnings only");
-        command->add_flag("-v,--verbose", switches.verbose, "Show the engine's log on standard error");
+// They stand before a command as well as behind it, and a command may have commands of its own.
+static void addSwitches(CLI::App& command, Switches& switches) {
+    command.add_flag("-q,--quiet", switches.quiet, "No progress and no summary; errors and warnings only");
+    command.add_flag("-v,--verbose", switches.verbose, "Show the engine's log on standard error");
+    for (CLI::App* further : command.get_subcommands({})) {
+        further->group("Commands");
+        addSwitches(*further, switches);
     }
 }
 
@@ -72,8 +74,14 @@ static int reportParse(const CLI::App& program, const CLI::ParseError& error, Ho
     }
     const std::vector<std::string> unknown = deepest->remaining();
     // The parser only says that a command is missing when it does not know the one that is there.
-    const bool isUnknown = !deepest->get_subcommands({}).empty() && !unknown.empty();
-    const std::string problem = isUnknown ? "there is no command '" + unknown.front() + "'" : error.what();
+    const bool lacksCommand = !deepest->get_subcommands({}).empty();
+    const bool isUnknown = lacksCommand && !unknown.empty() && !unknown.front().starts_with('-');
+    std::string problem = error.what();
+    if (isUnknown) {
+        problem = "there is no command '" + unknown.front() + "'";
+    } else if (lacksCommand && unknown.empty()) {
+        problem = "a command is missing";
+    }
     host.console.error(problem + "\nTry 'nimbrel" + command + " --help'.");
     return WRONG_USAGE;
 }

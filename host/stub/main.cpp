@@ -56,6 +56,7 @@ static StubUser parseUser(const std::string& text) {
 
 static void describeProgram(CLI::App& program, ProgramOptions& options) {
     program.name("nimbrel-cloud-stub");
+    program.set_help_flag("-h,--help", "Show this help and exit");
     program.add_option("--user", options.users, "An account; may be given several times")
         ->type_name("NAME:PASSWORD")
         ->required()
@@ -63,9 +64,12 @@ static void describeProgram(CLI::App& program, ProgramOptions& options) {
     program
         .add_option("--port", options.port,
                     "Port of the web API; the object store has the next one.\n0, the default, for any two")
+        ->type_name("N")
         ->check(CLI::Range(0, 65534));
-    program.add_option("--data", options.folder, "Folder of the accounts' files, kept; without it they go in the end");
-    program.add_option("--host", options.service.host, "Address to listen on, 127.0.0.1 unless told");
+    program.add_option("--data", options.folder, "Folder of the accounts' files, kept; without it they go in the end")
+        ->type_name("FOLDER");
+    program.add_option("--host", options.service.host, "Address to listen on, 127.0.0.1 unless told")
+        ->type_name("ADDRESS");
     program
         .add_option("--speed", options.speed, "Each file or part goes at so many bytes a second, as over a slow line")
         ->type_name("N")

@@ -27,7 +27,7 @@ TEST(CommandLine, RefusesWrongUsage) {
     const std::string input = inputIn(folder);
     const std::string output = folder.file("out.opc");
     const std::pair<std::vector<std::string>, const char*> cases[] = {
-        {{}, "subcommand"},
+        {{}, "a command is missing"},
         {{"fly"}, "there is no command 'fly'"},
         {{"build"}, "INPUT"},
         {{"build", input}, "--output"},
@@ -133,7 +133,7 @@ TEST(CommandLine, KeepsTheEngineLogOutOfTheResults) {
     EXPECT_TRUE(plain.out.starts_with("x,y,z,red,green,blue,intensity,class\n")) << plain.out;
     EXPECT_EQ(4, std::count(plain.out.begin(), plain.out.end(), '\n')) << plain.out;
     EXPECT_EQ("", plain.err);
-    const RunResult verbose = runNimbrel({"points", cloud, "-o", "-", "--verbose"});
+    const RunResult verbose = runNimbrel({"--verbose", "points", cloud, "-o", "-"});
     EXPECT_EQ(plain.out, verbose.out);
     EXPECT_TRUE(isIn(verbose.err, "Joining")) << verbose.err;
 }
