@@ -109,8 +109,8 @@ static void printSummary(const BuildOptions& options, const Intake& intake, cons
     const uintmax_t found = std::filesystem::file_size(options.output, error);
     const uint64_t size = error ? 0 : found;
     const auto written = static_cast<uint64_t>(report.written);
-    output.print(fmt::format("{}: version {}, {} nodes, {}, {:.2f} bytes a point\n", options.output,
-                             options.form.version(), grouped(static_cast<uint64_t>(report.nodes)), byteSize(size),
+    output.print(fmt::format("{}: version {}, {}, {}, {:.2f} bytes a point\n", options.output, options.form.version(),
+                             counted(static_cast<uint64_t>(report.nodes), "node"), byteSize(size),
                              static_cast<double>(size) / static_cast<double>(written)));
     const auto row = [&output](const char* what, uint64_t count) {
         output.print(fmt::format("  {:<36} {:>15} points\n", what, grouped(count)));

@@ -74,10 +74,9 @@ static void printTable(const CollideOptions& options, std::span<const double> co
     const size_t count = contacts.size() / 3;
     if (!host.console.isQuiet()) {
         const std::string pair = options.first + " and " + options.second;
-        host.output.print(count == 0
-                              ? fmt::format("{} do not touch\n", pair)
-                              : fmt::format("{} touch at {} place{}{}\n", pair, grouped(count), count == 1 ? "" : "s",
-                                            count == options.limit ? ", where --limit ends the search" : ""));
+        host.output.print(count == 0 ? fmt::format("{} do not touch\n", pair)
+                                     : fmt::format("{} touch at {}{}\n", pair, counted(count, "place"),
+                                                   count == options.limit ? ", where --limit ends the search" : ""));
         if (count > 0) host.output.print(fmt::format("{:>16} {:>16} {:>16}\n", "x", "y", "z"));
     }
     for (size_t i = 0; i < count; ++i) {

@@ -256,7 +256,7 @@ static void runEdit(const EditOptions& options, Host& host) {
                                   grouped(size.nodes), grouped(static_cast<uint64_t>(facts.nodes))));
     if (options.extract.empty()) return;
     host.output.print(
-        fmt::format("{}: {}{} points\n", options.extract, options.dryRun ? "would get " : "", grouped(size.points)));
+        fmt::format("{}: {}{}\n", options.extract, options.dryRun ? "would get " : "", counted(size.points, "point")));
 }
 
 // The order of the steps is that of the command line, which the parser gives option by option.

@@ -123,9 +123,9 @@ static void printHistogram(const Grading& grading, const GradeOptions& options, 
         now[band / perRow] += grading.now[band];
     }
     const uint64_t most = std::max<uint64_t>(1, *std::max_element(now.begin(), now.end()));
-    output.print(fmt::format("{}: classes are now distances from {} ({} triangles)\n",
+    output.print(fmt::format("{}: classes are now distances from {} ({})\n",
                              options.output.empty() ? options.file : options.output, options.mesh,
-                             grouped(grading.triangles)));
+                             counted(grading.triangles, "triangle")));
     output.print(fmt::format("  {:>7}  {:>12} {:>15} {:>15}\n", "class", "distance", "points before", "points now"));
     for (size_t row = 0; row < ROWS; ++row) {
         const size_t first = row * perRow;

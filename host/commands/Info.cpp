@@ -113,7 +113,7 @@ static void printFacts(const std::string& file, const CloudFacts& facts, uint64_
         row("points", grouped(static_cast<uint64_t>(facts.points)));
     }
     if (facts.pointsBuilt != facts.points) {
-        row("built with", fmt::format("{} points", grouped(static_cast<uint64_t>(facts.pointsBuilt))));
+        row("built with", counted(static_cast<uint64_t>(facts.pointsBuilt), "point"));
     }
     row("nodes", grouped(static_cast<uint64_t>(facts.nodes)));
     if (fileSize > 0) {
@@ -157,10 +157,10 @@ static void printNodes(const CloudTree& tree, uint64_t depth, StandardOutput& ou
         std::string children = node.hasLowChild ? "low" : "";
         if (node.hasHighChild) children += node.hasLowChild ? " and high" : "high";
         if (!children.empty()) children += std::string(" on ") + node.splitAxis;
-        output.print(fmt::format("{}{}: {} points{}{}\n", indent, index, grouped(node.points),
+        output.print(fmt::format("{}{}: {}{}{}\n", indent, index, counted(node.points, "point"),
                                  children.empty() ? "" : ", ", children));
     }
-    if (hidden > 0) output.print(fmt::format("{} nodes below level {}\n", grouped(hidden), depth));
+    if (hidden > 0) output.print(fmt::format("{} below level {}\n", counted(hidden, "node"), depth));
 }
 
 static void runInfo(const InfoOptions& options, Host& host) {

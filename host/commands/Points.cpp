@@ -147,7 +147,7 @@ static void runPoints(const PointsOptions& options, Host& host) {
         }
         const uint64_t written = writePoints(options, cloud, *writer, host.console);
         if (toStandardOutput || host.console.isQuiet()) return;
-        host.output.print(fmt::format("{}: {} points\n", options.output, grouped(written)));
+        host.output.print(fmt::format("{}: {}\n", options.output, counted(written, "point")));
     } catch (const FileError& error) {
         throw CommandFailure(options.output, error.what());
     }

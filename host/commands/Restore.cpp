@@ -41,10 +41,9 @@ static void runRestore(const RestoreOptions& options, Host& host) {
         }
     }
     if (host.console.isQuiet()) return;
-    host.output.print(fmt::format("{}: {} {} deleted points, {} now\n", options.file,
-                                  options.dryRun ? "would restore" : "restored",
-                                  grouped(static_cast<uint64_t>(std::max<int64_t>(missing, 0))),
-                                  grouped(static_cast<uint64_t>(before.pointsBuilt))));
+    host.output.print(fmt::format("{}: {} {}, {} {}\n", options.file, options.dryRun ? "would restore" : "restored",
+                                  counted(static_cast<uint64_t>(std::max<int64_t>(missing, 0)), "deleted point"),
+                                  grouped(static_cast<uint64_t>(before.pointsBuilt)), options.dryRun ? "then" : "now"));
 }
 
 void addRestoreCommand(CLI::App& program, Command& chosen) {

@@ -53,7 +53,7 @@ static void runSample(const SampleOptions& options, Host& host) {
     std::error_code error;
     const uintmax_t size = std::filesystem::file_size(options.output, error);
     host.output.print(
-        fmt::format("{}: {} points, {}\n", options.output, grouped(options.points), byteSize(error ? 0 : size)));
+        fmt::format("{}: {}, {}\n", options.output, counted(options.points, "point"), byteSize(error ? 0 : size)));
 }
 
 void addSampleCommand(CLI::App& program, Command& chosen) {

@@ -2,6 +2,7 @@
 #include "commands/Commands.h"
 #include "serve/PointServer.h"
 #include "support/Interrupt.h"
+#include "support/Text.h"
 
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
@@ -63,7 +64,7 @@ static void runServe(const ServeOptions& options, Host& host) {
     const size_t files = catalogue.list().size();
     if (files == 0) host.console.note("there is no point file yet");
     const bool isVersion6 = options.server.address.find(':') != std::string::npos;
-    host.output.print(fmt::format("Serving {} point file{} at http://{}:{}/\n", files, files == 1 ? "" : "s",
+    host.output.print(fmt::format("Serving {} at http://{}:{}/\n", counted(files, "point file"),
                                   isVersion6 ? "[" + options.server.address + "]" : options.server.address,
                                   server.port()));
     host.output.flush();

@@ -43,7 +43,7 @@ void Progress::finish(uint64_t newDone) {
 }
 
 std::string Progress::amount() const {
-    return unit == BYTES ? byteSize(done) : grouped(done) + " points";
+    return unit == BYTES ? byteSize(done) : counted(done, "point");
 }
 
 // Empty when the time is too short to tell.

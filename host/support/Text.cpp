@@ -11,6 +11,10 @@ std::string grouped(uint64_t number) {
     return digits;
 }
 
+std::string counted(uint64_t number, const char* thing) {
+    return grouped(number) + " " + thing + (number == 1 ? "" : "s");
+}
+
 std::string byteSize(uint64_t bytes) {
     static constexpr std::array<const char*, 5> UNITS{"KiB", "MiB", "GiB", "TiB", "PiB"};
     if (bytes < 1024) return fmt::format("{} B", bytes);

@@ -8,6 +8,9 @@
 // With thousands separators: 1,234,567.
 std::string grouped(uint64_t number);
 
+// A number of things, by the word for one of them: "1 point", "1,234 points".
+std::string counted(uint64_t number, const char* thing);
+
 // In the largest binary unit of which there is at least one: "812 B", "12.3 MiB".
 std::string byteSize(uint64_t bytes);
 

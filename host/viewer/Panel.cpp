@@ -213,7 +213,7 @@ static void drawEdit(ViewerState& state) {
         const Box box = state.clipBox;
         if (ImGui::Button("In clip")) state.edit([&box](Editor& editor) { editor.strokeBox(box); });
     }
-    text(grouped(state.editor.selectedPoints()) + " points selected");
+    text(counted(state.editor.selectedPoints(), "point") + " selected");
     editButton(
         state, "Delete", [](Editor& editor) { editor.deleteSelected(); }, false);
     editButton(state, "Undo", [](Editor& editor) { editor.undo(); });

@@ -131,6 +131,7 @@ TEST(EditCommand, ChangesTheFileAndRestoresIt) {
         EXPECT_EQ(inside, std::count_if(taken.begin(), taken.end(), isInSphere));
         EXPECT_EQ(static_cast<size_t>(inside), taken.size());
 
+        EXPECT_TRUE(runNimbrel({"restore", cloud.file, "--dry-run"}).out.ends_with(" points, 4,000 then\n"));
         const std::string answer = fmt::format("restored {} deleted points", grouped(static_cast<uint64_t>(inside)));
         EXPECT_NE(std::string::npos, runNimbrel({"restore", cloud.file}).out.find(answer));
         EXPECT_EQ(inside, cloud.count(isInSphere));
