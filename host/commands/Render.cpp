@@ -2,8 +2,10 @@
 #include "commands/CheckedBy.h"
 #include "commands/Commands.h"
 #include "support/Failure.h"
+#include "support/Interrupt.h"
 #include "support/OutputPath.h"
 #include "support/Text.h"
+#include "support/Waiting.h"
 #include "support/WidePath.h"
 #include "viewer/HeadlessContext.h"
 #include "viewer/PointSizing.h"
@@ -41,6 +43,7 @@ struct RenderOptions {
     bool smooth = false;
     float opacity = 100;
     bool light = false;
+    bool force = false;
     int detail = 100;
     std::string clip; // empty for none
     std::string background = "#16191D";
@@ -135,8 +138,9 @@ static void checkCapture(const std::string& path, PixelSize size) {
     std::error_code error;
     const uintmax_t bytes = std::filesystem::file_size(path, error);
     const auto least = static_cast<uintmax_t>(size.width) * static_cast<uintmax_t>(size.height) * 6;
-    if (error || bytes < least) {
+    if (error || bytes < least || isInterrupted()) {
         std::filesystem::remove(path, error);
+        checkInterrupt();
         throw FileError("cannot be written");
     }
 }
@@ -146,7 +150,9 @@ static void writePicture(const RenderOptions& options, Scene& scene, const Camer
     target.clear(parseColour(options.background).value_or(Colour{}));
     if (!hasExtension(options.output, ".ppm")) {
         scene.draw(camera, size);
-        writePng(options.output, target.read());
+        const Picture picture = target.read(); // waits for the drawing, which can take seconds
+        checkInterrupt();
+        writePng(options.output, picture);
         return;
     }
     const std::string part = options.output + ".part";
@@ -161,7 +167,7 @@ static void runRender(const RenderOptions& options, Host& host) {
     if (!hasExtension(options.output, ".png") && !hasExtension(options.output, ".ppm")) {
         throw UsageFailure(options.output + ": pictures end in .png or .ppm");
     }
-    checkOutput(options.output, options.files, true);
+    checkOutput(options.output, options.files, options.force);
     const PixelSize size = options.size;
     const EngineSession session;
     Scene scene(options.files);
@@ -169,14 +175,17 @@ static void runRender(const RenderOptions& options, Host& host) {
     const RenderTarget target(size);
     applyOptions(options, scene);
     const Camera camera = placeCamera(options, scene, size);
-    scene.loadAll(camera, size);
+    runAndShow(host.console, "Loading", [&] { scene.loadAll(camera, size); });
+    host.console.status("Drawing");
     const float pointSize = settlePointSize(options, scene, camera, target);
+    checkInterrupt();
     if (options.smooth) settleExposure(scene, camera, size, target);
     try {
         writePicture(options, scene, camera, size, target);
     } catch (const FileError& error) {
         throw CommandFailure(options.output, error.what());
     }
+    host.console.clearStatus();
     const auto points = static_cast<uint64_t>(std::max(scene.loadedPoints(), 0));
     if (points == 0) host.console.note(options.output + ": no point is in the picture");
     if (host.console.isQuiet()) return;
@@ -252,9 +261,10 @@ void addRenderCommand(CLI::App& program, Command& chosen) {
     CLI::App* command = program.add_subcommand("render", "Draw point files into a picture, without a window");
     command->add_option("FILE", options->files, "The point files, drawn together: paths, cloud:NAME or URLs")
         ->required();
-    command->add_option("-o,--output", options->output, "The picture, replaced if it exists: .png, or .ppm")
+    command->add_option("-o,--output", options->output, "The picture to write: .png, or .ppm")
         ->required()
         ->type_name("FILE");
+    command->add_flag("-f,--force", options->force, "Replace the picture if it exists, once the new one is whole");
     command
         ->add_option_function<std::string>(
             "--size", [options](const std::string& text) { options->size = parsePixelSize(text); },

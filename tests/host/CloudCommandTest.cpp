@@ -94,7 +94,7 @@ TEST_F(CloudCommandTest, KeepsFilesAndGivesThemBackUnchanged) {
     for (const std::string& source : {std::string("cloud:town.opc"), url}) {
         run({"points", source, "-o", folder.file("remote.las"), "-f"});
         EXPECT_TRUE(bytesOf(folder.file("local.las")) == bytesOf(folder.file("remote.las")));
-        run({"render", source, "-o", folder.file("remote.ppm"), "--size", "200x150"});
+        run({"render", source, "-fo", folder.file("remote.ppm"), "--size", "200x150"});
         EXPECT_TRUE(bytesOf(folder.file("local.ppm")) == bytesOf(folder.file("remote.ppm")));
         std::filesystem::remove(kept); // the URL needs none of it
     }

@@ -31,6 +31,7 @@ TEST(Interrupt, LeavesNothingBehind) {
         {{"build", sample, "-o", output + ".opc"}, ".opc.part", SIGINT},
         {{"build", sample, "-o", output + ".opc", "--compressed"}, ".opc.part.scratch", SIGTERM},
         {{"points", cloud, "-o", output + ".csv"}, ".csv.part", SIGINT},
+        {{"render", cloud, "-o", output + ".ppm", "--point-size", "1"}, ".ppm.part", SIGINT},
         {{"export", cloud, "-o", output + ".obj", "--voxel", "0.05"}, ".obj.parts", SIGINT},
         {{"sample", output + ".las", "--points", "5000000"}, ".las.part", SIGHUP},
     };

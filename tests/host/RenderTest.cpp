@@ -65,7 +65,7 @@ protected:
     // Drawn into 200 by 200 pixels at a right angle from 10 in front, so that a unit of the plane is 10 pixels.
     Picture draw(const std::vector<std::string>& more, const char* pointSize = "5") const {
         std::vector<std::string> arguments{"render",       cloud,
-                                           "-o",           picture,
+                                           "-fo",          picture,
                                            "--size",       "200x200",
                                            "--fov",        "90",
                                            "--eye",        "500000,5399990,100",
@@ -178,8 +178,8 @@ TEST_F(Render, SmoothPointsAreRound) {
 
 TEST_F(Render, FramesTheCloudByItself) {
     for (const char* view : {"top", "front", "side", "iso"}) {
-        const RunResult result =
-            runNimbrel({"render", cloud, "-o", picture, "--size", "120x80", "--view", view, "--background", "#204060"});
+        const RunResult result = runNimbrel(
+            {"render", cloud, "-fo", picture, "--size", "120x80", "--view", view, "--background", "#204060"});
         ASSERT_EQ(0, result.status) << result.err;
         EXPECT_NE(std::string::npos, result.out.find("120x80, 5 points")) << result.out;
         const Picture drawn = readPng(picture);
@@ -193,7 +193,7 @@ TEST_F(Render, DrawsTheSampleSceneDensely) {
     ASSERT_EQ(0, runNimbrel({"sample", town, "--points", "200000", "-q"}).status);
     ASSERT_EQ(0, runNimbrel({"build", town, "-o", folder.file("town.opc"), "-q"}).status);
     const std::vector<std::string> start{
-        "render", folder.file("town.opc"), "-o",     picture, "--size", "240x180", "--view",
+        "render", folder.file("town.opc"), "-fo",    picture, "--size", "240x180", "--view",
         "top",    "--background",          "#204060"};
     const std::vector<std::string> variants[] = {{}, {"--light"}, {"--smooth"}, {"--opacity", "50"}};
     for (const auto& variant : variants) {
@@ -214,14 +214,16 @@ TEST_F(Render, WritesTheEnginesOwnCapture) {
     EXPECT_FALSE(std::filesystem::exists(output + ".part"));
 }
 
-TEST_F(Render, ReplacesAPictureButNoInput) {
+TEST_F(Render, ReplacesAPictureWhenForcedButNoInput) {
     const std::string old = folder.write("old.png", "old");
-    EXPECT_EQ(0, runNimbrel({"render", cloud, "-o", old, "--size", "16x16"}).status);
+    EXPECT_EQ(1, runNimbrel({"render", cloud, "-o", old, "--size", "16x16"}).status);
+    EXPECT_EQ("old", bytesOf(old));
+    EXPECT_EQ(0, runNimbrel({"render", cloud, "-o", old, "--size", "16x16", "--force"}).status);
     EXPECT_EQ(16, readPng(old).width);
     const std::string disguised = folder.file("cloud.png");
     std::filesystem::copy_file(cloud, disguised);
     const std::string before = bytesOf(disguised);
-    EXPECT_EQ(1, runNimbrel({"render", disguised, "-o", disguised}).status);
+    EXPECT_EQ(1, runNimbrel({"render", disguised, "-fo", disguised}).status);
     EXPECT_EQ(before, bytesOf(disguised));
 }
 
@@ -229,7 +231,6 @@ TEST_F(Render, RefusesWrongUsage) {
     const std::pair<std::vector<std::string>, const char*> cases[] = {
         {{"-o", "picture.jpg"}, ".png or .ppm"},
         {{"-o", picture, "--size", "100"}, "--size"},
-        {{"-o", picture, "--size", "0x100"}, "--size"},
         {{"-o", picture, "--size", "100x99999"}, "--size"},
         {{"-o", picture, "--eye", "1,2"}, "three numbers"},
         {{"-o", picture, "--eye", "1,2,3", "--view", "top"}, "--view"},

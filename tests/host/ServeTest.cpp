@@ -90,7 +90,7 @@ TEST_F(Serve, GivesTheCloudsAsTheyAreInTheirFiles) {
         }
         EXPECT_LE(farthest, 1e-4) << name; // the step of a 32-bit float at the size of a root node
         for (const auto& [cloud, picture] : {std::pair(local, "local.ppm"), std::pair(url + name, "remote.ppm")}) {
-            const RunResult drawn = runNimbrel({"render", cloud, "-o", folder.file(picture), "--size", "320x200"});
+            const RunResult drawn = runNimbrel({"render", cloud, "-fo", folder.file(picture), "--size", "320x200"});
             EXPECT_EQ(0, drawn.status) << drawn.err;
         }
         EXPECT_LE(differenceOf(folder.file("local.ppm"), folder.file("remote.ppm")), 0.001) << name;
