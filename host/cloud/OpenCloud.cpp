@@ -1,11 +1,15 @@
 #include "cloud/OpenCloud.h"
 #include "cloud/CloudSource.h"
+#include "readers/PointReader.h"
 #include "support/Failure.h"
 
 #include <nimbrel/NimbrelEngine.h>
 
+#include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
+#include <unistd.h>
 
 // The two values of the header that no export hands out. docs/format.md has the layout.
 static constexpr size_t HEADER_SIZE = 124;
@@ -34,10 +38,24 @@ static T headerValue(const std::array<char, HEADER_SIZE>& header, size_t offset)
     return value;
 }
 
+// What people most often get wrong about a file that the engine did not open; empty when it is something else.
+static std::string commonMistake(const std::string& path) {
+    std::error_code ignored;
+    if (!std::filesystem::is_regular_file(path, ignored)) return {};
+    if (access(path.c_str(), R_OK) != 0) return std::string("cannot be opened: ") + std::strerror(errno);
+    try {
+        return "is no point file but " + openPoints(path, {})->describe() + "; 'nimbrel build' makes one of it";
+    } catch (const FileError&) {
+        return {};
+    }
+}
+
 OpenCloud::OpenCloud(const std::string& pathToOpen)
     : path(pathToOpen), name(labelOfSource(path)), kind(kindOfSource(path)), cloud(openCloudSource(path)) {
     if (cloud >= 0) return;
     const std::string reason = nimbrelLastError();
+    const std::string mistake = kind == SourceKind::LOCAL_FILE ? commonMistake(path) : std::string();
+    if (!mistake.empty()) throw CommandFailure(name, mistake);
     throw CommandFailure(name, reason.empty() ? "cannot be opened" : reason);
 }
 

@@ -69,6 +69,9 @@ Catalogue::Catalogue(const std::vector<std::string>& paths) {
     for (const fs::path& root : roots) {
         Entries found;
         scanRoot(root, found);
+        if (found.empty() && fs::is_regular_file(root)) {
+            throw CommandFailure(root.string(), "cannot be served: it is no point file, or may not be read");
+        }
         for (auto& [name, entry] : found) {
             const auto [known, isNew] = all.emplace(name, entry);
             if (!isNew && known->second.file != entry.file) {
