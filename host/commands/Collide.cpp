@@ -1,6 +1,7 @@
 #include "cloud/EngineSession.h"
 #include "cloud/OpenCloud.h"
 #include "commands/Analysis.h"
+#include "support/Failure.h"
 #include "support/Text.h"
 
 #include <CLI/App.hpp>
@@ -94,7 +95,11 @@ static void runCollide(const CollideOptions& options, Host& host) {
     const bool isMesh = isMeshName(options.second);
     const std::vector<double> contacts =
         isMesh ? collideMesh(options, cloud, limit, host.console) : collideClouds(options, cloud, limit, host.console);
-    warnOfLastError(isMesh ? options.first : options.first + " or " + options.second, host.console);
+    const std::string read = isMesh ? options.first : options.first + " or " + options.second;
+    // Clouds of which a part is unknown may touch there.
+    const std::string reason = nimbrelLastError();
+    if (contacts.empty() && !reason.empty()) throw CommandFailure(read, reason);
+    warnOfLastError(read, host.console);
     if (options.json) {
         printJson(options, contacts, host.output);
     } else {

@@ -149,6 +149,8 @@ TEST_F(AnalysisCommands, CollideTellsByItsExitStatus) {
     const std::string copy = folder.write("copy.opc", bytesOf(cloud));
     EXPECT_EQ(3, runNimbrel({"collide", cloud, copy, "--place-b=0,-0.01,0"}).status);
     EXPECT_EQ(0, runNimbrel({"collide", cloud, copy, "--place-a", "0,0,9"}).status);
+    std::filesystem::resize_file(copy, std::filesystem::file_size(copy) / 2);
+    EXPECT_EQ(1, runNimbrel({"collide", cloud, copy}).status) << "points that can't be read may touch";
     EXPECT_EQ(2, runNimbrel({"collide", cloud, mesh, "--place-b", "1,2"}).status);
     EXPECT_EQ(1, runNimbrel({"collide", cloud, folder.write("p.obj", "v 0 0 0\n")}).status);
 }
