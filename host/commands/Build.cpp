@@ -14,7 +14,9 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 
+#include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <filesystem>
 #include <fmt/format.h>
 #include <memory>
@@ -22,6 +24,8 @@
 
 // Three passes: survey every input for its count, box and value ranges; read it again into the engine, decoding a batch
 // ahead; let the engine index. Pipes cannot be surveyed and are staged in the engine's temporary file instead.
+
+static constexpr double FINEST_GRID = 0.0001;
 
 namespace {
 struct BuildOptions {
@@ -103,6 +107,20 @@ static BoundsBox findBox(const BuildOptions& options, const BuildInputs& plan, c
     return all.bounds;
 }
 
+// Coordinates such as degrees are too small for the finest grid, and nothing else in the summary would tell.
+static void warnOfCoarseGrid(const BuildOptions& options, const BoundsBox& box, uint64_t points, Console& console) {
+    constexpr double STEPS_BETWEEN_POINTS = 5.0;
+    // Not where the user chose the grid, or the part of the points that the box is for.
+    if (options.form.isVoxel() || options.form.grid > FINEST_GRID || !options.bounds.empty()) return;
+    const double side = std::max(box[3] - box[0], box[4] - box[1]);
+    const double apart = side / std::sqrt(static_cast<double>(points));
+    if (apart <= 0.0 || apart >= STEPS_BETWEEN_POINTS * FINEST_GRID) return;
+    console.error(
+        fmt::format("{}: warning: points some {:.1g} units apart are rounded to {} units; a smaller unit keeps "
+                    "more, such as metres instead of degrees",
+                    options.output, apart, FINEST_GRID));
+}
+
 static void printSummary(const BuildOptions& options, const Intake& intake, const NimbrelBuildReport& report,
                          double seconds, StandardOutput& output) {
     std::error_code error;
@@ -149,6 +167,7 @@ static void runBuild(const BuildOptions& options, Host& host) {
                                                                : "there are no points in it and the other inputs");
     }
     const BoundsBox box = findBox(options, plan, staging.get());
+    warnOfCoarseGrid(options, box, expected, host.console);
     CloudBuild build(options.output, options.form, box, expected);
     addFiles(options, plan, build, intake, host.console);
     if (staging) staging->transfer(build, host.console);
@@ -179,7 +198,7 @@ static void addFormOptions(CLI::App& command, BuildOptions& options) {
         command.add_option("--grid", options.form.grid, "Grid that points are rounded to, in units of the file")
             ->capture_default_str()
             ->type_name("STEP")
-            ->check(numberFrom(0.0001, 10.0));
+            ->check(numberFrom(FINEST_GRID, 10.0));
     CLI::Option* noise =
         command
             .add_option("--noise", options.form.noiseRadius, "Drop points with fewer than 26 others nearer than this")

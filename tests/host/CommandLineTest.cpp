@@ -242,7 +242,11 @@ TEST(CommandLine, CountsWhatItLeavesOut) {
     EXPECT_TRUE(rowWith("outside the bounds", "2")) << cropped.out;
     EXPECT_TRUE(rowWith("duplicates", "15,000")) << cropped.out;
     EXPECT_TRUE(rowWith("written", "15,000")) << cropped.out;
-    EXPECT_EQ("", runNimbrel({"build", input, "-o", folder.file("b.opc"), "--quiet"}).out);
+    const RunResult plain = runNimbrel({"build", input, "-o", folder.file("b.opc"), "--quiet"});
+    EXPECT_EQ("", plain.out + plain.err);
+    // As close to each other as points of an airborne scan in degrees.
+    const std::string degrees = folder.write("degrees.xyz", "7.0001 50 90\n7.0002 50 91\n7.0003 50.0001 92\n");
+    EXPECT_TRUE(isIn(runNimbrel({"build", degrees, "-o", folder.file("c.opc")}).err, "are rounded to 0.0001 units"));
 }
 
 TEST(CommandLine, LeavesOutWithheldPointsWhenAsked) {
