@@ -158,7 +158,7 @@ PointServer::PointServer(Catalogue& catalogueToServe, const Settings& settings, 
         listeningPort = settings.port;
     }
     if (listeningPort < 0)
-        throw CommandFailure(name, "cannot be listened at: the port is taken, or the address not ours");
+        throw CommandFailure(name, "cannot be listened at: the port is taken or not allowed, or the address not ours");
     constexpr int MOST_WAITING = 512;
     ::listen(listening, MOST_WAITING);
     server->set_socket_options(nullptr);

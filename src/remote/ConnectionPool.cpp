@@ -33,6 +33,24 @@ int connectionCount(std::chrono::nanoseconds roundTrip) {
     return std::max({LEAST, maxCores(), static_cast<int>(wanted)});
 }
 
+std::string reasonOf(httplib::Error error) {
+    switch (error) {
+    case httplib::Error::Connection:
+    case httplib::Error::ConnectionTimeout:
+        return "no connection can be made";
+    case httplib::Error::Read:
+        return "the connection ended, or fell silent";
+    case httplib::Error::Write:
+        return "the connection ended";
+    case httplib::Error::SSLConnection:
+        return "no secure connection can be made";
+    case httplib::Error::SSLServerVerification:
+        return "its certificate is not trusted";
+    default:
+        return httplib::to_string(error);
+    }
+}
+
 ConnectionPool::Patience ConnectionPool::patience;
 
 ConnectionPool::ConnectionPool(const MakeClient& makeClient, int count) : limits(patience) {

@@ -20,6 +20,9 @@
 constexpr int MOST_CONNECTIONS = 32;
 int connectionCount(std::chrono::nanoseconds roundTrip = {});
 
+// Why an exchange came to nothing, for people; the HTTP library has no more than a word for it.
+std::string reasonOf(httplib::Error error);
+
 // Keeps the connections to one server open from request to request, and lends each to one thread at a time.
 //
 // It stands between the engine and servers that do not play by the rules. The HTTP library gives up on a server that is

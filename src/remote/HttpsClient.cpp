@@ -24,7 +24,7 @@ HttpsClient::Answer HttpsClient::exchange(httplib::Request request, RequestStop*
     if (lease.client().send(request, response, error)) {
         answer.status = response.status;
     } else {
-        answer.error = httplib::to_string(error);
+        answer.error = reasonOf(error);
     }
     for (auto& [name, value] : request.headers) {
         if (name == "Authorization") wipe(value);

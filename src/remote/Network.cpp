@@ -101,7 +101,7 @@ Network::Outcome Network::exchange(const std::string& query, const Receiver& rec
             noteFailure(isWell ? "" : "the server answered with status " + std::to_string(result->status));
             return Outcome::ANSWERED;
         }
-        noteFailure("the server does not answer: " + httplib::to_string(result.error()));
+        noteFailure("the server does not answer: " + reasonOf(result.error()));
         logText(describe(result.error()) + "\n");
     } catch (const std::exception& problem) {
         noteFailure(std::string("the server does not answer: ") + problem.what());

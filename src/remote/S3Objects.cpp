@@ -118,7 +118,7 @@ static int exchange(const ConnectionPool::Lease& connection, httplib::Request& r
     httplib::Error error = httplib::Error::Success;
     connection.restart();
     if (connection.client().send(request, response, error)) return response.status;
-    reason = "the store does not answer: " + httplib::to_string(error);
+    reason = "the store does not answer: " + reasonOf(error);
     return -1;
 }
 

@@ -101,6 +101,7 @@ TEST_F(Serve, GivesTheCloudsAsTheyAreInTheirFiles) {
     EXPECT_EQ(1, missing.status);
     EXPECT_NE(std::string::npos, missing.err.find("/none.opc: the server answered with status 404")) << missing.err;
     EXPECT_EQ(0, server->end(SIGINT)); // with a connection of ours still open
+    EXPECT_NE(std::string::npos, runNimbrel({"info", url + "/x.opc"}).err.find("no connection can be made"));
 }
 
 TEST_F(Serve, LetsNoNameOutOfItsPaths) {
