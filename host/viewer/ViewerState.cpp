@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdlib>
 #include <utility>
 
 static constexpr const char* NO_POINTS = "A voxel model has no points to select or edit";
@@ -66,13 +67,26 @@ void ViewerState::toggleTool(Tool newTool) {
     announce(HINTS[static_cast<size_t>(tool)]);
 }
 
+static int64_t countPoints(const Scene& scene) {
+    int64_t count = 0;
+    for (const Scene::Cloud& cloud : scene.clouds) count += getPointCount(cloud.file->id());
+    return count;
+}
+
 void ViewerState::edit(const std::function<void(Editor&)>& change) {
     if (!scene.hasPoints()) return announce(NO_POINTS);
     const std::string before = nimbrelLastError();
+    const int64_t pointsBefore = countPoints(scene);
     change(editor);
+    const int64_t more = countPoints(scene) - pointsBefore;
     const std::string reason = nimbrelLastError();
-    announce(reason.empty() || reason == before ? grouped(editor.selectedPoints()) + " points selected"
-                                                : "Not everything was changed: " + reason);
+    if (!reason.empty() && reason != before) {
+        announce("Not everything was changed: " + reason);
+    } else if (more != 0) {
+        announce(counted(static_cast<uint64_t>(std::abs(more)), "point") + (more < 0 ? " deleted" : " brought back"));
+    } else {
+        announce(counted(editor.selectedPoints(), "point") + " selected");
+    }
 }
 
 void ViewerState::endStroke(bool dropped) {
