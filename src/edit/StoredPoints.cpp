@@ -46,7 +46,7 @@ int moveBehind(std::span<unsigned char> records, int stride, int count, const st
         end += size;
         run += size;
     }
-    std::memcpy(keptEnd, moved.data(), static_cast<size_t>(movedEnd - moved.data()));
+    std::copy(moved.data(), movedEnd, keptEnd); // unlike memcpy, of nothing too
     return static_cast<int>((keptEnd - records.data()) / stride);
 }
 

@@ -16,6 +16,16 @@ void setHistoryGroupOfAll(HistoryGroup* group) {
     for (const auto& cloud : pointClouds) rootOf(*cloud).setHistoryGroup(group);
 }
 
+// Ends the recording and keeps what it has; true if that is anything. The caller holds mutex_ exclusively.
+bool endRecording() {
+    setHistoryGroupOfAll(nullptr);
+    history = nullptr; // also where no cloud is open any more
+    currentHistory.closeBackupFile();
+    if (currentHistory.isEmpty()) return false;
+    historyTracker.addToHistory(std::move(currentHistory));
+    return true;
+}
+
 } // namespace
 
 // ---- Editing
@@ -50,9 +60,9 @@ void setLasValueOnSelectedPoints(int value) {
 
 void startHistoryRecording(const wchar_t* path, int type) {
     if (isAnyNull(path)) return;
-    stopHistoryRecording();
     guarded(0, [path, type] {
         std::unique_lock lock(mutex_);
+        endRecording(); // under the same lock: two recordings that begin at once must not share a group
         currentHistory.setPath(path);
         currentHistory.setType(type);
         setHistoryGroupOfAll(&currentHistory);
@@ -63,12 +73,7 @@ void startHistoryRecording(const wchar_t* path, int type) {
 bool stopHistoryRecording() {
     return guarded(false, [] {
         std::unique_lock lock(mutex_);
-        setHistoryGroupOfAll(nullptr);
-        history = nullptr; // also where no cloud is open any more
-        currentHistory.closeBackupFile();
-        if (currentHistory.isEmpty()) return false;
-        historyTracker.addToHistory(std::move(currentHistory));
-        return true;
+        return endRecording();
     });
 }
 

@@ -1,11 +1,13 @@
 #include "engine/PointCloud.h"
 
+#include "format/NodeRecord.h"
 #include "format/OPCHeader.h"
 #include "format/PointCloudFile.h"
 #include "ground/Log.h"
 #include "stream/OPC.h"
 #include "stream/ReadAhead.h"
 
+#include <algorithm>
 #include <ctime>
 #include <glm/matrix.hpp>
 
@@ -77,8 +79,13 @@ glm::dvec4 PointCloud::makeVectorRelative(const glm::dvec4& v) const {
 }
 
 void PointCloud::getTreeStructure(char* out) {
-    int64_t position = 0;
-    opc->getRootNode()->getTreeStructure(out, position);
+    std::vector<char> structure(opc->countNodes() * NodeRecord::Wire::SIZE);
+    int64_t size = 0;
+    opc->getRootNode()->getTreeStructure(structure.data(), size);
+    // The host has room for the nodes that the header announces, which it can have replaced by fewer.
+    const int64_t announced = opc->withHeader([](OPCHeader& header) { return header.nodeCount; });
+    const int64_t room = std::max<int64_t>(announced, 0) * NodeRecord::Wire::SIZE;
+    std::copy_n(structure.data(), std::min(size, room), out);
 }
 
 void PointCloud::unregisterWindow(int window) {

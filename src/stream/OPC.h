@@ -23,6 +23,7 @@ public:
 
     // The node at a place in pre-order; null outside the tree.
     [[nodiscard]] OPCInterface* getNode(int nodeIndex) const;
+    [[nodiscard]] size_t countNodes() const { return nodes.size(); }
 
     // Calls use(OPCHeader&) with the header locked, and returns its result.
     template <typename Use>
