@@ -82,7 +82,7 @@ std::wstring HostFolder::input(uint8_t choice) {
     const size_t place = choice % (files.size() + std::size(OUTPUTS) + 1);
     if (place < files.size()) {
         at(place).isOpened = true;
-        return dir.widePath(at(place).name);
+        return dir.widePath((choice < 224 ? "" : "./") + at(place).name); // under a second name now and then
     }
     const size_t output = place - files.size();
     return output < std::size(OUTPUTS) ? dir.widePath(OUTPUTS[output]) : oddPath(dir, choice / 16);

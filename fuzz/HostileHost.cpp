@@ -73,6 +73,7 @@ void HostileHost::tidyUp() {
     clearHistory();
     setGlimmetEndpoints("", "", "");
     setForceRender(false);
+    savePPMImage(L""); // in place of one that waits for a frame
     setLasClassifications(std::vector<unsigned char>(1024, 0).data());
     while (!pointClouds.empty()) closePointCloud(pointClouds.back()->getID());
     selectPointsByVolume(nullptr, 0, false, false); // disarms what is armed

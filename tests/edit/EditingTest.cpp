@@ -347,6 +347,11 @@ TEST_F(Editing, ResidentVerticesFollowSelectionsAndThenClasses) {
     deleteSelectedPoints();
     EXPECT_FALSE(batch.isResident());
     EXPECT_EQ(13, getPointCount(id));
+    for (int i = 0; i < 2; ++i) { // the second time there is no point left to delete
+        select({true});
+        deleteSelectedPoints();
+        EXPECT_EQ(12, getPointCount(id));
+    }
 }
 
 // Marks and counts stay together where the points can't be read, lie where the tree is, or are too short for points.
