@@ -11,7 +11,11 @@
 
 static std::vector<uint8_t> randomBytes(std::mt19937& random) {
     std::vector<uint8_t> bytes(200 + random() % 3000);
-    for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(random());
+    const unsigned oddity = random() % 2 * 48; // of 256 bytes, on top of what comes by chance
+    for (uint8_t& byte : bytes) {
+        byte = static_cast<uint8_t>(random());
+        if (random() % 256 < oddity) byte |= 15; // HostArguments::isRare
+    }
     return bytes;
 }
 
