@@ -9,6 +9,7 @@
 #include <limits>
 #include <memory>
 #include <span>
+#include <type_traits>
 #include <vector>
 
 // Bytes turned into arguments of exports: mostly plausible ones, for the small box of the seed clouds, and now and then
@@ -59,8 +60,6 @@ public:
                                   100.0};
         return isRare() ? oneOf(ODD) : byte() / 32.0;
     }
-    float single() { return static_cast<float>(real()); }
-
     // Buffers live until the next call of forgetBuffers.
     template <typename T>
     T* buffer(size_t count) {
@@ -68,23 +67,18 @@ public:
         buffers.push_back(made);
         return made.get();
     }
-    template <typename T, typename Make>
-    T* filled(size_t count, Make make) {
+    // Filled; null now and then.
+    template <typename T>
+    T* numbers(size_t count) {
         T* made = buffer<T>(count);
-        for (size_t i = 0; i < count; ++i) made[i] = static_cast<T>(make());
+        for (size_t i = 0; i < count; ++i) {
+            if constexpr (std::is_floating_point_v<T>) {
+                made[i] = static_cast<T>(real());
+            } else {
+                made[i] = static_cast<T>(isRare() ? integer() : byte());
+            }
+        }
         return orNull(made);
-    }
-    double* reals(size_t count) {
-        return filled<double>(count, [this] { return real(); });
-    }
-    float* singles(size_t count) {
-        return filled<float>(count, [this] { return real(); });
-    }
-    int* integers(size_t count) {
-        return filled<int>(count, [this] { return isRare() ? integer() : byte(); });
-    }
-    unsigned char* octets(size_t count) {
-        return filled<unsigned char>(count, [this] { return byte(); });
     }
     template <typename T>
     T* orNull(T* pointer) {

@@ -3,7 +3,6 @@
 #include "HostArguments.h"
 #include "HostFolder.h"
 
-#include <span>
 #include <string>
 
 // One thread of a hostile host.
@@ -14,6 +13,6 @@ struct HostThread {
     const bool isMain;  // has the graphics context and the staging file
     const bool isAlone; // no other thread calls the engine
 
-    // Calls an export that the first byte chooses with what the next bytes make of its arguments.
+    // Calls an export that the first byte chooses, with what the next bytes make of its arguments.
     void call();
 };
