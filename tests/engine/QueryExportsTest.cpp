@@ -83,24 +83,6 @@ TEST_F(QueryExports, LeaveOutputsUntouchedWhereThereIsNothing) {
     }
 }
 
-TEST_F(QueryExports, NullBuffersDoNothing) {
-    const int id = loadSmallCloud();
-    char byte = 7;
-    double number = 7;
-    getBoundingBox(id, nullptr);
-    getTreeStructure(id, nullptr);
-    getNodePoints(id, 0, nullptr, &byte);
-    getNodePoints(id, 0, &number, nullptr);
-    EXPECT_EQ(0, getNodeSelections(id, 0, nullptr));
-    getHeader(id, nullptr);
-    setHeader(id, nullptr);
-    getOrigin(id, nullptr);
-    setPointCloudPosition(id, nullptr);
-    EXPECT_EQ(7, byte);
-    EXPECT_EQ(7, number);
-    EXPECT_EQ(3, getNodeCount(id));
-}
-
 TEST_F(QueryExports, BoundingBoxFollowsThePlacement) {
     const int id = loadSmallCloud();
     double box[6];
