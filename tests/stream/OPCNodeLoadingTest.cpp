@@ -1,81 +1,54 @@
-#include "format/FileMemoryMap.h"
 #include "format/PointRecord.h"
-#include "ground/Pools.h"
-#include "stream/GPUBatch.h"
 #include "stream/LoadNotification.h"
-#include "stream/OPC.h"
-#include "stream/OPCNode.h"
+#include "stream/StreamTest.h"
 #include "support/BlockedPool.h"
-#include "support/PointFileMaker.h"
-#include "support/TempDir.h"
 
+#include <algorithm>
 #include <atomic>
-#include <cstring>
-#include <gtest/gtest.h>
 #include <thread>
+#include <tuple>
 
 namespace {
 
-struct Notice {
-    bool loaded;
-    uint64_t node;
-    bool hasVertices;
-    int points;
-    double minX;
-    bool operator==(const Notice&) const = default;
-};
+using Notice = std::tuple<bool, uint64_t, bool, int, double>; // loaded, node, has vertices, points, least x
 
 std::mutex noticesMutex; // guards notices
 std::vector<Notice> notices;
 
 void note(bool loaded, uint64_t node, unsigned char* vertices, int points, double minX, double, double) {
     std::lock_guard lock(noticesMutex);
-    notices.push_back({loaded, node, vertices != nullptr, points, minX});
+    notices.emplace_back(loaded, node, vertices != nullptr, points, minX);
 }
 
-// A root with two points over two children, and a node without points under the second.
-class NodeLoading : public testing::Test {
+// The small cloud at first: a root with two points over two children of one.
+class NodeLoading : public StreamTest {
 protected:
-    NodeLoading() { open(smallCloud()); }
-    ~NodeLoading() override { diskPool().WaitAll(); }
-
-    void open(const PointFileMaker& maker) {
-        const auto file = std::make_shared<FileMemoryMap>();
-        file->openFile(dir.writeWide("cloud", maker.make()), false, 0);
-        opc = std::make_unique<OPC>(file);
-        ASSERT_TRUE(opc->isLoaded());
+    NodeLoading() {
         registerLoadNotification(note);
         registerLoadNotification(nullptr); // ignored
+        openAnew(smallCloud());
+    }
+    void openAnew(const PointFileMaker& maker) {
+        open(maker);
         notices.clear();
     }
-    OPCNode& node(int i) { return static_cast<OPCNode&>(*opc->getNode(i)); }
     void show(int window) {
         for (int i = 0; opc->getNode(i); ++i) node(i).setVisible(window);
     }
-    // The load pass of a camera.
-    void cacheAll(int window) {
-        std::queue<OPCInterface*> queue;
-        for (queue.push(opc->getNode(0)); !queue.empty(); queue.pop()) queue.front()->cache(window, &queue);
-    }
-    bool resident(int i) { return node(i).getGPUBatch(0)->isResident(); }
-
-    const TempDir dir;
-    std::unique_ptr<OPC> opc;
 };
 
 } // namespace
 
 TEST_F(NodeLoading, LoadsVisibleNodesOnceAndUnloadsThem) {
     show(0);
-    cacheAll(0);
-    diskPool().WaitAll();
+    load(0);
     for (int i = 0; i < 3; ++i) {
         EXPECT_TRUE(resident(i));
         EXPECT_TRUE(node(i).getGPUBatch(0)->loaded);
         EXPECT_TRUE(node(i).getGPUBatch(0)->changed);
     }
     EXPECT_EQ(40, node(0).getGPUBatch(0)->size);
-    cacheAll(0); // resident: nothing to ask for
+    request(0); // resident: nothing to ask for
     EXPECT_EQ(0, diskPool().outstandingJobs());
     ASSERT_EQ(3U, notices.size());
     EXPECT_NE(notices.end(), std::find(notices.begin(), notices.end(), Notice{true, 2, true, 1, 4.0}));
@@ -92,50 +65,37 @@ TEST_F(NodeLoading, LoadsVisibleNodesOnceAndUnloadsThem) {
     EXPECT_FALSE(node(2).getGPUBatch(0)->changed);
 }
 
-TEST_F(NodeLoading, DecodesToVertices) {
-    show(0);
-    cacheAll(0);
-    diskPool().WaitAll();
-    Bytes expected;
-    for (const float ordinate : {10000 * 0.0001F, 20000 * 0.0001F, 5000 * 0.0001F}) {
-        uint32_t bits;
-        std::memcpy(&bits, &ordinate, sizeof(bits));
-        putLittle(expected, bits, 4);
-    }
-    expected = expected + Bytes{10, 11, 12, 13, 14, 0, 0, 0};
-    EXPECT_EQ(0, std::memcmp(expected.data(), node(0).getGPUBatch(0)->data.get(), expected.size()));
-}
-
 TEST_F(NodeLoading, StopsAtANodeThatTheWindowDoesNotSee) {
     node(1).setVisible(0);
-    cacheAll(0);
-    EXPECT_EQ(0, diskPool().outstandingJobs());
     node(0).setVisible(1);
-    cacheAll(0);
+    request(0);
     EXPECT_EQ(0, diskPool().outstandingJobs());
-    node(0).setVisible(8); // has no bit
-    EXPECT_EQ(0, node(0).isVisible(8));
 }
 
-TEST_F(NodeLoading, WithdrawsRequestsOfAWindowThatIsGone) {
+TEST_F(NodeLoading, KeepsOneRequestOfAWindowUntilItIsGoneAndLoadsOnceForTwo) {
     BlockedPool blocked(diskPool());
     show(0);
     node(1).setVisible(1);
-    cacheAll(0);
-    cacheAll(0); // replaces, does not double
+    request(0);
+    request(0); // replaces, does not double
     EXPECT_EQ(4, diskPool().outstandingJobs());
     node(0).unregisterWindow(0);
     EXPECT_EQ(1, diskPool().outstandingJobs());
-    blocked.finish();
-    EXPECT_FALSE(resident(0));
-    EXPECT_TRUE(notices.empty());
     EXPECT_TRUE(node(1).isVisible(1));
+    node(0).setVisible(0);
+    node(0).setVisible(1);
+    request(0);
+    request(1);
+    EXPECT_EQ(4, diskPool().outstandingJobs()) << "the root for both, and a child";
+    blocked.finish();
+    EXPECT_EQ(2U, notices.size());
+    EXPECT_FALSE(resident(2));
 }
 
 TEST_F(NodeLoading, LoadsNothingForANodeThatWasUnloadedMeanwhile) {
     BlockedPool blocked(diskPool());
     show(0);
-    cacheAll(0);
+    request(0);
     node(0).unload(true); // leaves the requests
     EXPECT_EQ(4, diskPool().outstandingJobs());
     blocked.finish();
@@ -143,22 +103,10 @@ TEST_F(NodeLoading, LoadsNothingForANodeThatWasUnloadedMeanwhile) {
     EXPECT_TRUE(notices.empty());
 }
 
-TEST_F(NodeLoading, LoadsOnceForTwoWindows) {
-    BlockedPool blocked(diskPool());
-    node(0).setVisible(0);
-    node(0).setVisible(1);
-    cacheAll(0);
-    cacheAll(1);
-    EXPECT_EQ(3, diskPool().outstandingJobs());
-    blocked.finish();
-    EXPECT_EQ((std::vector<Notice>{{true, 0, true, 2, 0.0}}), notices);
-}
-
 TEST_F(NodeLoading, UnregisteringTheLastWindowUnloads) {
     show(0);
     node(1).setVisible(7);
-    cacheAll(0);
-    diskPool().WaitAll();
+    load(0);
     node(0).unregisterWindow(3); // saw nothing
     EXPECT_TRUE(resident(0));
     node(0).unregisterWindow(0);
@@ -172,10 +120,9 @@ TEST_F(NodeLoading, UnregisteringTheLastWindowUnloads) {
 TEST_F(NodeLoading, NodeWithoutPointsIsResidentAndNotified) {
     PointFileMaker maker(18);
     maker.add({});
-    open(maker);
+    openAnew(maker);
     show(0);
-    cacheAll(0);
-    diskPool().WaitAll();
+    load(0);
     EXPECT_TRUE(resident(0));
     EXPECT_EQ(0, node(0).getGPUBatch(0)->size);
     node(0).unload(true);
@@ -194,11 +141,11 @@ TEST_F(NodeLoading, FailedReadLeavesTheNodeAbsentUntilTheNextCamera) {
     for (const auto& [name, version, damaged] : cases) {
         PointFileMaker maker(version);
         maker.add(damaged);
-        open(maker);
+        openAnew(maker);
         show(0);
         for (int camera = 0; camera < 2; ++camera) {
             BlockedPool blocked(diskPool());
-            cacheAll(0);
+            request(0);
             EXPECT_EQ(2, diskPool().outstandingJobs()) << name;
             blocked.finish();
             EXPECT_FALSE(resident(0)) << name;
@@ -213,8 +160,7 @@ TEST_F(NodeLoading, FailedReadLeavesTheNodeAbsentUntilTheNextCamera) {
 
 TEST_F(NodeLoading, CopiesResidentVerticesAndShowsTheSelection) {
     node(0).setVisible(0);
-    cacheAll(0);
-    diskPool().WaitAll();
+    load(0);
     node(0).getGPUBatch(0)->data[12] = 77;               // what a read of the file would not give
     node(0).setSelectionBits({false, true, true, true}); // longer than the points
     Bytes vertices(3 * Vertex::SIZE, 0xEE);
@@ -229,28 +175,13 @@ TEST_F(NodeLoading, CopiesResidentVerticesAndShowsTheSelection) {
     EXPECT_EQ(9, selected[2]);
 }
 
-TEST_F(NodeLoading, NodeOfItsOwnHasNoData) {
-    OPCNode single;
-    Bytes buffer{1};
-    EXPECT_FALSE(single.loadPointData(buffer));
-    EXPECT_EQ(1U, buffer.size());
-    EXPECT_FALSE(single.savePointData(buffer));
-    EXPECT_FALSE(single.readNodeStructure());
-    EXPECT_FALSE(single.writeNodeStructure());
-    EXPECT_EQ(17, single.getBytesPerVertex());
-    EXPECT_EQ(0U, single.getDiskSize());
-    EXPECT_EQ(&diskPool(), &single.getDiskThreadPool());
-    EXPECT_EQ(&processingPool(), &single.getProcessingThreadPool());
-}
-
 // For ThreadSanitizer: cameras, unloading, queries and an uploading thread at the same nodes.
 TEST_F(NodeLoading, SurvivesEverythingAtOnce) {
     constexpr int ROUNDS = 200;
-    std::atomic<int> uploads{0};
     std::thread camera([&] {
         for (int i = 0; i < ROUNDS; ++i) {
             show(i % 8);
-            cacheAll(i % 8);
+            request(i % 8);
         }
     });
     std::thread closing([&] {
@@ -267,7 +198,9 @@ TEST_F(NodeLoading, SurvivesEverythingAtOnce) {
     for (int i = 0; i < ROUNDS; ++i) {
         GPUBatch* batch = node(i % 3).getGPUBatch(0);
         std::lock_guard lock(batch->mutex);
-        if (batch->changed.exchange(false)) uploads += batch->data[12] == 10 * (i % 3) + (i % 3 ? 20 : 10);
+        if (batch->changed.exchange(false)) {
+            EXPECT_EQ(10 * (i % 3) + (i % 3 ? 20 : 10), batch->data[12]);
+        }
     }
     camera.join();
     closing.join();
@@ -275,6 +208,6 @@ TEST_F(NodeLoading, SurvivesEverythingAtOnce) {
     diskPool().WaitAll();
     node(0).unload(true);
     int balance = 0;
-    for (const Notice& notice : notices) balance += notice.loaded ? 1 : -1;
+    for (const Notice& notice : notices) balance += std::get<0>(notice) ? 1 : -1;
     EXPECT_EQ(0, balance);
 }

@@ -1,15 +1,7 @@
-#include "format/FileMemoryMap.h"
-#include "ground/Pools.h"
-#include "ground/ThreadPool.h"
-#include "stream/GPUBatch.h"
-#include "stream/OPC.h"
-#include "stream/OPCNode.h"
+#include "stream/StreamTest.h"
 #include "stream/ViewCriteria.h"
-#include "support/PointFileMaker.h"
-#include "support/TempDir.h"
 
 #include <cmath>
-#include <gtest/gtest.h>
 #include <tuple>
 
 namespace {
@@ -26,7 +18,7 @@ PointFileMaker cubes(int pointsInRoot, double originX = 0.0) {
     return maker;
 }
 
-class Visibility : public testing::Test {
+class Visibility : public StreamTest {
 protected:
     Visibility() {
         for (size_t plane = 0; plane < 6; ++plane) view.planes[4 * plane + 3] = 1.0; // everything is inside
@@ -34,15 +26,7 @@ protected:
         view.lodFactor = 30;
         view.fov = 1.0F;
     }
-    ~Visibility() override { diskPool().WaitAll(); }
 
-    void open(const PointFileMaker& maker) {
-        const auto file = std::make_shared<FileMemoryMap>();
-        file->openFile(dir.writeWide("cloud", maker.make()), false, 0);
-        opc = std::make_unique<OPC>(file);
-        ASSERT_TRUE(opc->isLoaded());
-    }
-    OPCInterface& node(int i) { return *opc->getNode(i); }
     void check(int window) {
         view.window = window;
         node(0).checkVisibility(view, true);
@@ -54,16 +38,9 @@ protected:
         }
         return seen;
     }
-    void load(int window) {
-        std::queue<OPCInterface*> queue;
-        for (queue.push(opc->getNode(0)); !queue.empty(); queue.pop()) queue.front()->cache(window, &queue);
-        diskPool().WaitAll();
-    }
     // Puts everything beyond the first plane.
     void lookAway() { view.planes[3] = -1e9; }
 
-    const TempDir dir;
-    std::unique_ptr<OPC> opc;
     ViewCriteria view;
 };
 
@@ -73,29 +50,19 @@ using Nodes = std::vector<int>;
 
 TEST_F(Visibility, ShowsANodeWhoseSpacingIsCoarserThanAPixel) {
     open(cubes(1));
-    // World size 0.5 * 30.1 / 100; a pixel is 2 tan(0.5) / 1000 of the distance.
-    const std::tuple<double, bool> cases[] = {{100.0, true}, {137.74, true}, {137.75, false}, {200.0, false}};
-    for (const auto& [distance, expected] : cases) {
+    // World size 0.5 * (lod + 0.1) / 100; a pixel is 2 tan(0.5) / 1000 of the distance.
+    const std::tuple<double, double, bool> cases[] = {
+        {30, 100.0, true},  {30, 137.74, true},   {30, 137.75, false},
+        {30, 200.0, false}, {43.6, 200.0, false}, {43.7, 200.0, true}, // 0.2185 and 0.219 against a pixel of 0.2185210
+        {-0.1, 0.0, false},                                            // no size at all: equal is not coarser
+    };
+    for (const auto& [lod, distance, expected] : cases) {
+        view.lodFactor = lod;
         view.eye = {37.5, 37.5, 37.5 + distance, 1.0};
         check(0);
-        EXPECT_EQ(expected, node(1).isVisible(0)) << distance;
+        EXPECT_EQ(expected, node(1).isVisible(0)) << lod << ", " << distance;
         EXPECT_TRUE(node(0).isVisible(0)) << "the root, however far";
     }
-}
-
-TEST_F(Visibility, ScalesTheLimitWithTheLevelOfDetail) {
-    open(cubes(1));
-    view.eye = {37.5, 37.5, 237.5, 1.0};
-    view.lodFactor = 43.6; // 43.7 / 200 = 0.2185 against a pixel of 0.2185210
-    check(0);
-    EXPECT_FALSE(node(1).isVisible(0));
-    view.lodFactor = 43.7;
-    check(0);
-    EXPECT_TRUE(node(1).isVisible(0));
-    view.lodFactor = -0.1; // no size at all
-    view.eye = {37.5, 37.5, 37.5, 1.0};
-    check(0);
-    EXPECT_FALSE(node(1).isVisible(0)) << "equal is not coarser";
 }
 
 // At 100,000,000 a 32-bit float has steps of 8, so that eye and centre, 3.5 apart, fall together.
@@ -185,34 +152,26 @@ TEST_F(Visibility, CountsAndListsTheResidentPointsOfAWindow) {
     EXPECT_EQ(4, count);
     node(0).getWindowPointCount(1, &count);
     EXPECT_EQ(4, count) << "adds, and this window sees nothing";
-    static_cast<OPCNode&>(node(2)).unload(false);
-    count = 0;
-    node(0).getWindowPointCount(0, &count);
-    EXPECT_EQ(2, count) << "not below a node that is gone";
-    std::array<double, 12> positions{};
-    std::array<char, 20> colours{};
-    PointListing listing{positions.data(), colours.data(), 0, 4};
-    node(0).getWindowPoints(0, listing);
-    EXPECT_EQ(3, listing.written) << "below it";
-    EXPECT_EQ(75.0 + double{0.0001F}, positions[6]);
-    EXPECT_EQ(14, colours[14]);
-}
-
-TEST_F(Visibility, ListsAPartOfThePoints) {
-    open(cubes(1));
-    view.eye = {75, 37.5, 37.5, 1.0};
-    check(0);
-    load(0);
-    const std::tuple<int64_t, int64_t, int64_t> cases[] = {{0, 0, 0}, {0, 2, 2},  {3, 9, 1},
+    const std::tuple<int64_t, int64_t, int64_t> parts[] = {{0, 0, 0}, {0, 2, 2},  {3, 9, 1},
                                                            {4, 9, 0}, {-1, 2, 2}, {0, -1, 0}};
-    for (const auto& [start, room, expected] : cases) {
-        std::array<double, 12> positions{};
+    std::array<double, 12> positions{};
+    for (const auto& [start, room, expected] : parts) {
         std::array<char, 20> colours{};
         PointListing listing{positions.data(), colours.data(), start, room};
         node(0).getWindowPoints(0, listing);
         EXPECT_EQ(expected, listing.written) << start << ", " << room;
         EXPECT_EQ(expected > 0, colours[0] != 0);
     }
+    node(2).unload(false);
+    count = 0;
+    node(0).getWindowPointCount(0, &count);
+    EXPECT_EQ(2, count) << "not below a node that is gone";
+    std::array<char, 20> colours{};
+    PointListing listing{positions.data(), colours.data(), 0, 4};
+    node(0).getWindowPoints(0, listing);
+    EXPECT_EQ(3, listing.written) << "below it";
+    EXPECT_EQ(75.0 + double{0.0001F}, positions[6]);
+    EXPECT_EQ(14, colours[14]);
 }
 
 TEST_F(Visibility, WalksAChainOf200000Nodes) {

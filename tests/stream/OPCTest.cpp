@@ -1,12 +1,9 @@
 #include "stream/OPC.h"
 #include "format/FileMemoryMap.h"
-#include "format/OPCHeader.h"
 #include "ground/Log.h"
-#include "stream/GPUBatch.h"
 #include "support/PointFileMaker.h"
 #include "support/TempDir.h"
 
-#include <cstring>
 #include <gtest/gtest.h>
 #include <limits>
 #include <tuple>
@@ -19,35 +16,6 @@ std::unique_ptr<OPC> open(const TempDir& dir, const Bytes& bytes, bool writable 
     setLastError("");
     return std::make_unique<OPC>(file);
 }
-
-// A source whose tree has the records of a server, and whose points are fetched by node.
-class ServerStub final : public PointCloudFile {
-public:
-    explicit ServerStub(Bytes treeIn) : tree(std::move(treeIn)) {}
-    bool isReadOnly() override { return true; }
-    void openFile(const std::wstring&, bool, long long) override {}
-    void closeFile() override {}
-    void setEnabled(bool) override {}
-    bool readData(char* out, long long nodeIndex, long long, int size) override {
-        if (nodeIndex != 1) return false;
-        // 1.5, 2.5 and 0.5 as floats, then the attributes.
-        const unsigned char point[17] = {0, 0, 0xC0, 0x3F, 0, 0, 0x20, 0x40, 0, 0, 0, 0x3F, 1, 2, 3, 4, 5};
-        return size == 17 && std::memcpy(out, point, sizeof(point)) == out;
-    }
-    bool saveData(const char*, long long, int) override { return false; }
-    void readHeader(OPCHeader* header) override {
-        PointFileMaker maker(18);
-        maker.nodeCount = 2;
-        header->setHeaderData(reinterpret_cast<const char*>(maker.header().data()));
-    }
-    bool isNetwork() override { return true; }
-    unsigned char* getTreeStructure() override { return tree.data(); }
-    int64_t getTreeStructureSize() override { return static_cast<int64_t>(tree.size()); }
-    bool backs(int64_t, int64_t) override { return false; } // it has no places
-
-private:
-    Bytes tree;
-};
 
 std::vector<double> boxOf(OPCInterface* node) {
     return {node->getBoundingBox(), node->getBoundingBox() + 6};
@@ -114,36 +82,14 @@ TEST(OPC, ReadsVersion18AndTreatsOthersAsFixed) {
     }
 }
 
-TEST(OPC, ReadsTreeAndPointsOfAServer) {
-    OPC opc(std::make_shared<ServerStub>(Bytes{6, 2, 0, 4, 1, 0}));
-    ASSERT_TRUE(opc.isLoaded());
-    EXPECT_EQ(2, opc.getNode(0)->getOriginalPointCount());
-    EXPECT_EQ(17U, opc.getNode(1)->getDiskSize());
-    double xyz[6];
-    char colour[10];
-    opc.getPoints(xyz, colour, 1);
-    EXPECT_EQ(5.5, xyz[0]); // the corner is added
-    EXPECT_EQ(2.5, xyz[1]);
-    EXPECT_EQ(0.5, xyz[2]);
-    EXPECT_EQ(5, colour[4]);
-    opc.getPoints(xyz, colour, 0); // a failed read
-    EXPECT_EQ(0.0, xyz[3]);
-    EXPECT_FALSE(opc.getNode(1)->writeNodeStructure());
-    EXPECT_FALSE(OPC(std::make_shared<ServerStub>(Bytes{6, 2, 0, 4, 1})).isLoaded()) << "a body cut short";
-}
-
 TEST(OPC, RefusesDamagedFilesWithAReason) {
     const std::tuple<const char*, void (*)(PointFileMaker&), const char*> cases[] = {
         {"no nodes", [](PointFileMaker& m) { m.nodeCount = 0; }, "the header is not that of a point file"},
-        {"version 91", [](PointFileMaker& m) { m.version = 91; }, "the header is not that of a point file"},
-        {"flat box", [](PointFileMaker& m) { m.box[3] = 0; }, "the header is not that of a point file"},
         {"tree beyond the file", [](PointFileMaker& m) { m.nodeCount = std::numeric_limits<int>::max(); },
          "the file is too short for the tree that its header announces"},
         {"negative node count", [](PointFileMaker& m) { m.nodeCount = -5; },
          "the file is too short for the tree that its header announces"},
         {"more children than nodes", [](PointFileMaker& m) { m.nodes[2].mask = 6; },
-         "the tree has more nodes than the header announces"},
-        {"fewer nodes announced", [](PointFileMaker& m) { m.nodeCount = 2; },
          "the tree has more nodes than the header announces"},
         {"negative count", [](PointFileMaker& m) { m.nodes[1].pointCount = -1; }, "the tree has a damaged record"},
         {"negative original count", [](PointFileMaker& m) { m.nodes[1].originalCount = -2; },
@@ -218,26 +164,4 @@ TEST(OPC, WritesARecordBackExactly) {
         expected[at + 1] = 1;
         EXPECT_EQ(expected, dir.read("cloud")) << version;
     }
-}
-
-TEST(OPC, WritesNothingToAReadOnlySource) {
-    const TempDir dir;
-    const Bytes before = smallCloud().make();
-    const auto opc = open(dir, before, false);
-    opc->getNode(1)->setPointCount(0);
-    EXPECT_FALSE(opc->getNode(1)->writeNodeStructure());
-    Bytes points(14, 1);
-    EXPECT_FALSE(opc->getNode(1)->savePointData(points));
-    EXPECT_EQ(before, dir.read("cloud"));
-}
-
-TEST(OPC, CollectsTheBufferNamesOfTheTree) {
-    const TempDir dir;
-    const auto opc = open(dir, smallCloud().make());
-    EXPECT_EQ(opc->getNode(1)->getGPUBatch(0), opc->getNode(1)->getGPUBatch(3));
-    opc->getNode(1)->getGPUBatch(0)->vbo = 5;
-    opc->getNode(0)->getGPUBatch(0)->vbo = 4;
-    std::vector<int> names;
-    opc->getRootNode()->getVBODeleteData(&names);
-    EXPECT_EQ((std::vector<int>{4, 5}), names);
 }
