@@ -107,18 +107,13 @@ void expectSame(OPCTreeDataNode& node, const PlainNode& plain, BuildContext& con
     }
 }
 
-struct Case {
-    const char* name;
-    double width;
-    bool isStream;
-    std::vector<int> batches; // sizes, the last one repeated
-};
-
 TEST(BulkAdder, BuildsTheTreeOfAddingOneByOne) {
-    const Case cases[] = {{"one batch", 100.0, false, {1 << 20}},
-                          {"small and large batches", 100.0, false, {1, 7, 16383, 1, 5, 60000}},
-                          {"wider than a node may be", 5.0e6, false, {50000}},
-                          {"wider than a node of a stream may be", 3000.0, true, {50000}}};
+    // Widths, whether the form is the stream, and sizes of batches, the last one repeated.
+    const std::tuple<const char*, double, bool, std::vector<int>> cases[] = {
+        {"one batch", 100.0, false, {1 << 20}},
+        {"small and large batches", 100.0, false, {1, 7, 16383, 1, 5, 60000}},
+        {"wider than a node may be", 5.0e6, false, {50000}},
+        {"wider than a node of a stream may be", 3000.0, true, {50000}}};
     for (const auto& [name, width, isStream, batches] : cases) {
         SCOPED_TRACE(name);
         const TempDir dir;
@@ -155,26 +150,21 @@ TEST(BulkAdder, BuildsTheTreeOfAddingOneByOne) {
 }
 
 TEST(BulkAdder, DropsOnlyWhatTheSmallestNodeCannotTake) {
-    const TempDir dir;
-    BuildContext context(std::make_unique<OPCDisk>(dir.widePath("a"), 1, OPCDisk::POINTS_BUFFER_SIZE_2), false);
-    OPCTreeDataNode root({0, 0, 0, 1, 1, 1}, 0, 1);
-    BulkAdder adder(context, root);
-    Points points;
-    for (int i = 0; i < 20000; ++i) points.add(0.3, 0.3, 0.3);
-    adder.add(points.positions.data(), points.attributes.data(), 20000);
-    EXPECT_EQ(20000 - 16383, context.undividable);
-}
-
-// Where doubles are so coarse that a node has no point between its faces, dividing it would never end.
-TEST(BulkAdder, EndsWhereNumbersTellNoHalvesApart) {
-    const TempDir dir;
-    BuildContext context(std::make_unique<OPCDisk>(dir.widePath("a"), 1, OPCDisk::POINTS_BUFFER_SIZE_2), false);
-    OPCTreeDataNode root({1e17, 1e17, 1e17, 1e17 + 64, 1e17 + 64, 1e17 + 64}, 0, 1);
-    BulkAdder adder(context, root);
-    Points points;
-    for (int i = 0; i < 20000; ++i) points.add(1e17 + 16, 1e17 + 16, 1e17 + 16);
-    adder.add(points.positions.data(), points.attributes.data(), 20000);
-    EXPECT_EQ(20000 - 16383, context.undividable);
+    const std::tuple<const char*, double, double, double> cases[] = {
+        // lower corner, side and place of all points
+        {"nodes divided as far as they may be", 0, 1, 0.3},
+        {"doubles so coarse that a node has none between its faces", 1e17, 64, 1e17 + 16},
+    };
+    for (const auto& [name, corner, side, place] : cases) {
+        const TempDir dir;
+        BuildContext context(std::make_unique<OPCDisk>(dir.widePath("a"), 1, OPCDisk::POINTS_BUFFER_SIZE_2), false);
+        OPCTreeDataNode root({corner, corner, corner, corner + side, corner + side, corner + side}, 0, 1);
+        BulkAdder adder(context, root);
+        Points points;
+        for (int i = 0; i < 20000; ++i) points.add(place, place, place);
+        adder.add(points.positions.data(), points.attributes.data(), 20000);
+        EXPECT_EQ(20000 - 16383, context.undividable) << name;
+    }
 }
 
 } // namespace
