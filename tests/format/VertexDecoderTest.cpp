@@ -56,7 +56,7 @@ Bytes parsedVertices(Bytes stored, double filter, int stride, int version, int c
 
 TEST(VertexDecoder, AgreesWithTheParserOnFixedRecords) {
     std::mt19937 random(1);
-    for (const int stride : {5, 6, 8, 10, 11, 12, 14, 16, 17, 18, 20, 23, 255}) {
+    for (const int stride : {0, 1, 4, 5, 6, 8, 10, 11, 12, 14, 16, 17, 18, 20, 23, 255}) {
         for (int round = 0; round < 20; ++round) {
             const int count = static_cast<int>(random() % 40);
             // Sometimes too few bytes for the last records, never a byte more than the block has.
@@ -79,14 +79,5 @@ TEST(VertexDecoder, AgreesWithTheParserOnStreams) {
         Bytes vertices(static_cast<size_t>(points) * Vertex::SIZE, 0xEE);
         decodeStreamVertices(stored, filter, points, vertices.data());
         ASSERT_EQ(parsedVertices(stored, filter, 17, 18, points), vertices) << "round " << round;
-    }
-}
-
-TEST(VertexDecoder, GivesZerosForAStrideTooSmall) {
-    const Bytes stored(40, 0xFF);
-    for (int stride = 0; stride < 5; ++stride) {
-        Bytes vertices(4 * Vertex::SIZE, 0xEE);
-        decodeFixedVertices(stored, stride, 4, vertices.data());
-        EXPECT_EQ(Bytes(4 * Vertex::SIZE, 0), vertices) << stride;
     }
 }
