@@ -1,8 +1,5 @@
 #include "engine/EngineTest.h"
 #include "ground/Pools.h"
-#include "stream/GPUBatch.h"
-#include "stream/OPC.h"
-#include "stream/OPCNode.h"
 
 #include <sys/stat.h>
 #include <thread>
@@ -89,9 +86,6 @@ TEST_F(CloudTable, ResetClosesEverySecondCloud) {
     EXPECT_EQ(1U, pointClouds.size());
     reset();
     EXPECT_TRUE(pointClouds.empty());
-    for (int i = 0; i < 3; ++i) loadSmallCloud("more" + std::to_string(i));
-    reset();
-    EXPECT_EQ(1U, pointClouds.size());
 }
 
 TEST_F(CloudTable, ClosingAnUnknownIdOnlySetsTheChangedFlag) {
@@ -103,63 +97,19 @@ TEST_F(CloudTable, ClosingAnUnknownIdOnlySetsTheChangedFlag) {
     EXPECT_TRUE(diskPool().accepting);
 }
 
-TEST_F(CloudTable, CloseDropsRequestsAndHandsBuffersToTheRenderThread) {
-    loadSmallCloud();
-    auto& root = static_cast<OPCNode&>(*findCloud(0)->getOPC().getRootNode());
-    root.setVisible(0);
-    root.getGPUBatch(0)->vbo = 41;
-    std::queue<OPCInterface*> queue;
-    root.cache(0, &queue);
-    deleteVboList.clear();
-    closePointCloud(0);
-    EXPECT_EQ(0, diskPool().outstandingJobs());
-    EXPECT_TRUE(diskPool().accepting);
-    EXPECT_EQ(std::vector<int>{41}, deleteVboList);
-    deleteVboList.clear();
-}
-
-TEST_F(CloudTable, SetsStateOfOneCloud) {
+TEST_F(CloudTable, TakesSwitchesAsBytesAndKeepsWhatOtherExportsSet) {
     loadSmallCloud();
     PointCloud& cloud = *findCloud(0);
-    EXPECT_TRUE(cloud.isEnabled());
-    EXPECT_FALSE(cloud.getMask());
-    setEnabled(0, false);
-    setMask(0, true);
-    setEnabled(1, true);
-    EXPECT_FALSE(cloud.isEnabled());
-    EXPECT_TRUE(cloud.getMask());
-
-    PointCloudProperties kept = cloud.getProperties();
-    EXPECT_EQ(30, kept.lodFactor);
-    kept.hideSelectedPoints = 1;
-    kept.propertyS0 = 513;
-    cloud.setProperties(kept);
+    EXPECT_EQ(30, cloud.getProperties().lodFactor);
+    cloud.changeProperties([](PointCloudProperties& p) { p.hideSelectedPoints = 1, p.propertyS0 = 513; });
     setPointCloudProperties(0, 1, 2, 259, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16);
     const PointCloudProperties now = cloud.getProperties();
-    EXPECT_EQ(1, now.lodFactor);
-    EXPECT_EQ(2, now.colourMode);
-    EXPECT_EQ(3, now.smoothing);
-    EXPECT_EQ(4, now.useLasColours);
-    EXPECT_EQ(5, now.ignoreClipBox);
+    const int numbers[] = {now.lodFactor,     now.colourMode,         now.smoothing, now.useLasColours,
+                           now.ignoreClipBox, now.hideSelectedPoints, now.propertyS0};
+    EXPECT_EQ((std::vector<int>{1, 2, 3, 4, 5, 1, 513}), std::vector<int>(std::begin(numbers), std::end(numbers)));
     const float floats[] = {now.pointSize, now.pointRatio, now.red,   now.green,    now.blue,      now.brightness,
                             now.contrast,  now.opacity,    now.range, now.strength, now.resolution};
     for (int i = 0; i < 11; ++i) EXPECT_EQ(static_cast<float>(6 + i), floats[i]) << i;
-    EXPECT_EQ(1, now.hideSelectedPoints);
-    EXPECT_EQ(513, now.propertyS0);
-}
-
-TEST_F(CloudTable, UnregisterWindowUnloadsInEveryCloud) {
-    for (const char* name : {"a", "b"}) {
-        const int id = loadSmallCloud(name);
-        auto& root = static_cast<OPCNode&>(*findCloud(id)->getOPC().getRootNode());
-        root.setVisible(2);
-        std::queue<OPCInterface*> queue;
-        root.cache(2, &queue);
-    }
-    diskPool().WaitAll();
-    for (const auto& cloud : pointClouds) EXPECT_TRUE(cloud->getOPC().getNode(0)->getGPUBatch(0)->isResident());
-    unregisterWindow(2);
-    for (const auto& cloud : pointClouds) EXPECT_FALSE(cloud->getOPC().getNode(0)->getGPUBatch(0)->isResident());
 }
 
 TEST_F(CloudTable, OpensAndClosesFromSeveralThreads) {

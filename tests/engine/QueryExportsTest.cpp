@@ -35,19 +35,6 @@ TEST_F(QueryExports, LookIntoACloud) {
     EXPECT_EQ(0, std::memcmp(attributes, colour, 6));
 }
 
-TEST_F(QueryExports, ReadAStreamNode) {
-    PointFileMaker maker(18);
-    const Bytes stream = {0xAC, 0x02, 0x0A, 0x7E, 0x62, 0x01, 0x0B, 0x7E, 0x62, 0x01, 0x0A, 0x7E, 0x62};
-    maker.add({.pointCount = 2, .stored = stream, .filter = 2500});
-    const int id = loadPointCloudFile(dir.writeWide("stream", maker.make()).c_str());
-    double xyz[6];
-    char colour[10];
-    getNodePoints(id, 0, xyz, colour);
-    const double expected[6] = {0.5, 0, 1.75, 0.5, 0.25, 1.75}; // the marked point between them is passed over
-    for (int i = 0; i < 6; ++i) EXPECT_EQ(expected[i], xyz[i]) << i;
-    EXPECT_EQ(6, colour[9]);
-}
-
 TEST_F(QueryExports, FailedReadGivesTheCornerInBlack) {
     PointFileMaker maker(17);
     maker.box = {1, 2, 3, 4, 5, 6};
@@ -68,15 +55,20 @@ TEST_F(QueryExports, LeaveOutputsUntouchedWhereThereIsNothing) {
     const std::pair<int, int> cases[] = {{-1, 0}, {1, 0}, {0, -1}, {0, 3}, {0, 1 << 30}};
     for (const auto& [id, node] : cases) {
         double xyz[6] = {7, 7, 7, 7, 7, 7};
-        char bytes[10] = {7, 7, 7, 7, 7, 7, 7, 7, 7, 7};
+        char bytes[124];
+        std::fill(std::begin(bytes), std::end(bytes), '\7');
         getNodePoints(id, node, xyz, bytes);
         EXPECT_EQ(0, getNodePointCount(id, node));
         EXPECT_EQ(0, getNodeSelections(id, node, bytes));
         if (id != 0) {
             getBoundingBox(id, xyz);
             getTreeStructure(id, bytes);
-            EXPECT_EQ(0, getPointCount(id));
-            EXPECT_EQ(0, getNodeCount(id));
+            getHeader(id, bytes);
+            getOrigin(id, xyz);
+            setHeader(id, bytes);
+            setProtection(id, 1, 0);
+            EXPECT_EQ(0, getPointCount(id) + getNodeCount(id) + getVersion(id) + getReserved(id) + isProtected(id));
+            EXPECT_EQ(0, headerChanged(id));
         }
         EXPECT_TRUE(allAre(xyz, 7.0)) << id << ", " << node;
         EXPECT_TRUE(allAre(bytes, '\7')) << id << ", " << node;
@@ -96,8 +88,4 @@ TEST_F(QueryExports, BoundingBoxFollowsThePlacement) {
     getBoundingBox(id, box);
     const double placed[6] = {10, 20, 30, 2, 36, 34};
     EXPECT_TRUE(std::equal(box, box + 6, placed));
-}
-
-TEST(Version, IsThatOfTheProject) {
-    EXPECT_STREQ(NIMBREL_VERSION, nimbrelVersion());
 }

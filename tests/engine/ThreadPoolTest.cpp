@@ -9,86 +9,62 @@
 #include <string>
 #include <vector>
 
-TEST(ThreadPool, RunsOnlyTheLatestOfJobsWithTheSameId) {
-    ThreadPool pool(1);
+namespace {
+
+// A pool whose one worker is busy until the test releases it.
+class OneWorker : public testing::Test {
+protected:
+    // A job that leaves its name in `ran`.
+    void add(char name, unsigned long long id = 0) {
+        pool.AddJob([this, name] { ran += name; }, id);
+    }
+
     std::string ran;
-    BlockedPool blocked(pool);
-    pool.AddJob([&] { ran += 'a'; }, 7);
-    EXPECT_EQ(2, pool.outstandingJobs());
-    pool.AddJob([&] { ran += 'b'; }, 7);
-    EXPECT_EQ(2, pool.outstandingJobs());
+    ThreadPool pool{1};
+    BlockedPool blocked{pool};
+};
+
+} // namespace
+
+TEST_F(OneWorker, RunsTheLatestJobOfAKeyAheadOfPlainOnes) {
+    add('1');
+    add('2');
+    add('a', 7);
+    add('b', 7);
+    EXPECT_EQ(4, pool.outstandingJobs());
     blocked.finish();
-    EXPECT_EQ("b", ran);
+    EXPECT_EQ("b12", ran);
     EXPECT_EQ(0, pool.outstandingJobs());
 }
 
-TEST(ThreadPool, RunsKeyedJobsAheadOfPlainOnes) {
-    ThreadPool pool(1);
-    std::string ran;
-    BlockedPool blocked(pool);
-    pool.AddJob([&] { ran += '1'; });
-    pool.AddJob([&] { ran += '2'; });
-    pool.AddJob([&] { ran += 'k'; }, 7);
-    blocked.finish();
-    EXPECT_EQ("k12", ran);
-}
-
-TEST(ThreadPool, WithdrawsWaitingKeyedJob) {
-    ThreadPool pool(1);
-    bool ran = false;
-    BlockedPool blocked(pool);
-    pool.AddJob([&] { ran = true; }, 7);
+TEST_F(OneWorker, ForgetsWhatIsWithdrawnClearedOrComesWhileClosed) {
+    add('1');
+    add('a', 7);
     pool.DeleteJob(8); // unknown: nothing changes
-    EXPECT_EQ(2, pool.outstandingJobs());
+    EXPECT_EQ(3, pool.outstandingJobs());
     pool.DeleteJob(7);
-    EXPECT_EQ(1, pool.outstandingJobs());
-    blocked.finish();
-    EXPECT_FALSE(ran);
-}
-
-TEST(ThreadPool, DropsJobsWhileClosed) {
-    ThreadPool pool(1);
-    std::string ran;
-    pool.accepting = false;
-    pool.AddJob([&] { ran += 'a'; });
-    pool.accepting = true;
-    pool.AddJob([&] { ran += 'b'; });
-    pool.WaitAll();
-    EXPECT_EQ("b", ran);
-}
-
-TEST(ThreadPool, ClearAllDiscardsWhatWaitsAndCountsWhatRuns) {
-    ThreadPool pool(1);
-    bool ran = false;
-    BlockedPool blocked(pool);
-    pool.AddJob([&] { ran = true; });
-    pool.AddJob([&] { ran = true; }, 7);
-    pool.ClearAll();
-    EXPECT_EQ(1, pool.outstandingJobs());
-    blocked.finish();
-    EXPECT_FALSE(ran);
-    EXPECT_EQ(0, pool.outstandingJobs());
-}
-
-TEST(ThreadPool, WithoutThreadsQueuesAndNeverRuns) {
-    ThreadPool pool(0);
-    bool ran = false;
-    pool.AddJob([&] { ran = true; });
-    pool.AddJob([&] { ran = true; }, 7);
     EXPECT_EQ(2, pool.outstandingJobs());
-    pool.JoinAll(false);
-    EXPECT_FALSE(ran);
+    add('b', 7);
+    pool.ClearAll();
+    EXPECT_EQ(1, pool.outstandingJobs()) << "the one that runs";
+    pool.accepting = false;
+    add('2');
+    pool.accepting = true;
+    add('3');
+    blocked.finish();
+    EXPECT_EQ("3", ran);
 }
 
-TEST(ThreadPool, JoiningForGoodRunsWhatWaitsOnlyIfAsked) {
-    ThreadPool pool(1);
-    std::string ran;
-    BlockedPool blocked(pool);
-    pool.AddJob([&] { ran += 'a'; });
+TEST_F(OneWorker, RunsWhatWaitsWhenJoinedForGoodOnlyIfAsked) {
+    ThreadPool none(0);
+    none.AddJob([this] { ran += 'n'; });
+    EXPECT_EQ(1, none.outstandingJobs());
+    none.JoinAll(false);
+    add('a');
     blocked.release();
     pool.JoinAll(true);
     EXPECT_EQ("a", ran);
-    pool.AddJob([&] { ran += 'b'; });
+    add('b');
     pool.JoinAll(true); // returns at once, although a job waits
     EXPECT_EQ("a", ran);
 }

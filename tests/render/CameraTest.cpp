@@ -8,18 +8,10 @@
 #include "support/BlockedPool.h"
 
 #include <cmath>
-#include <cstring>
 #include <glm/gtc/matrix_transform.hpp>
-#include <glm/gtc/type_ptr.hpp>
 #include <limits>
 
 namespace {
-
-NimbrelMatrix byValue(const glm::dmat4& matrix) {
-    NimbrelMatrix out;
-    std::memcpy(out.m, glm::value_ptr(matrix), sizeof(out.m));
-    return out;
-}
 
 // The small cloud: a root of two points over two children of one point each, in a box of 8 by 4 by 2.
 class CameraTest : public EngineTest {
@@ -30,7 +22,22 @@ protected:
         const glm::dmat4 view = glm::translate(glm::dmat4(1.0), -eye);
         setCamera(window, glm::value_ptr(view), glm::value_ptr(projection), glm::value_ptr(eye), 60.0, 10, wait);
     }
+    // Whatever size its nodes have on the screen.
+    static void showAllOf(int id) {
+        setPointCloudProperties(id, 10000, 0, 0, 0, 0, 2, 5, 0, 0, 0, 0, 0, 100, 20, 2, 0);
+    }
     OPCInterface& node(int i) { return *pointClouds[0]->getOPC().getNode(i); }
+
+    // The id that findWorldPoint gives; what it says of the point is in `found`, all -1 where there is none.
+    int find(const glm::dvec3& place, double reach = 10.0) {
+        found = {{-1, -1, -1, reach}, {}};
+        const NimbrelMatrix same = byValue(glm::dmat4(1.0));
+        return findWorldPoint(same, same, glm::value_ptr(place), found.result.data(), found.colour.data());
+    }
+    struct {
+        std::array<double, 4> result;
+        std::array<unsigned char, 5> colour;
+    } found;
 
     const glm::dmat4 projection = glm::ortho(-4.0, 4.0, -2.0, 2.0, 1.0, 21.0);
 };
@@ -40,7 +47,7 @@ protected:
 TEST_F(CameraTest, LoadsWhatAWindowSees) {
     loadSmallCloud();
     EXPECT_EQ(0, getWindowPointCount(0));
-    setPointCloudProperties(0, 10000, 0, 0, 0, 0, 2, 5, 0, 0, 0, 0, 0, 100, 20, 2, 0);
+    showAllOf(0);
     look(0, 0.0, true);
     EXPECT_EQ(4, getWindowPointCount(0));
     EXPECT_EQ(0, getWindowPointCount(1));
@@ -49,16 +56,11 @@ TEST_F(CameraTest, LoadsWhatAWindowSees) {
     EXPECT_FALSE(node(0).existingBatch(0)->isResident());
 }
 
-TEST_F(CameraTest, WaitsOnlyWhenACloudIsOpen) {
-    BlockedPool blocked(cachePool);
-    look(1, 0.0, true); // returns although the job can't run
-    EXPECT_EQ(2, cachePool.outstandingJobs());
-    blocked.finish();
-}
-
 TEST_F(CameraTest, ReplacesACameraThatWaitsApartFromWindow0) {
-    loadSmallCloud();
     BlockedPool blocked(cachePool);
+    look(2, 0.0, true); // returns although the job can't run: no cloud is open
+    EXPECT_EQ(2, cachePool.outstandingJobs());
+    loadSmallCloud();
     for (int i = 0; i < 3; ++i) look(2, i == 2 ? 0.0 : 1000.0, false);
     EXPECT_EQ(2, cachePool.outstandingJobs());
     look(3, 1000.0, false); // another window, with values of its own
@@ -73,14 +75,12 @@ TEST_F(CameraTest, ReplacesACameraThatWaitsApartFromWindow0) {
 }
 
 TEST_F(CameraTest, HonoursTheClipBoxOfTheCall) {
-    const double planes[] = {-1, 0, 0, 100, 0, 0, 0, -1, 0, 0, 100, 0, 0, 0, -1, 0, 0, 100,
-                             1,  0, 0, 101, 0, 0, 0, 1,  0, 0, 101, 0, 0, 0, 1,  0, 0, 101};
-    const float tint[] = {0, 0, 0, 0};
+    const glm::dvec3 low(100), high(101);
     loadSmallCloud();
     BlockedPool blocked(cachePool);
-    activateClipBox(planes, tint, 0);
+    clipTo(low, high, 0);
     look(1, 0.0, false);
-    activateClipBox(planes, tint, 1); // hides nothing
+    clipTo(low, high, 1); // hides nothing
     look(2, 0.0, false);
     clipBox.setActive(false);
     look(3, 0.0, false);
@@ -89,7 +89,7 @@ TEST_F(CameraTest, HonoursTheClipBoxOfTheCall) {
     EXPECT_TRUE(node(0).isVisible(2));
     EXPECT_TRUE(node(0).isVisible(3));
     setPointCloudProperties(0, 30, 0, 0, 0, 1, 2, 5, 0, 0, 0, 0, 0, 100, 20, 2, 0);
-    activateClipBox(planes, tint, 0);
+    clipTo(low, high, 0);
     look(1, 0.0, true);
     EXPECT_TRUE(node(0).isVisible(1)) << "the cloud ignores it";
     clipBox.setActive(false);
@@ -164,61 +164,36 @@ TEST_F(CameraTest, PassesOverMissingBuffers) {
 // ---- Point queries
 
 TEST_F(CameraTest, FindsTheNearestPointToAPlace) {
-    const int id = loadSmallCloud();
-    setPointCloudProperties(id, 10000, 0, 0, 0, 0, 2, 5, 0, 0, 0, 0, 0, 100, 20, 2, 0);
-    const glm::dmat4 moved = glm::translate(glm::dmat4(1.0), {100.0, 0.0, 0.0});
-    setPointCloudPosition(id, glm::value_ptr(moved));
+    const int id = loadSmallCloud("first");
+    showAllOf(id);
+    setPointCloudPosition(id, glm::value_ptr(glm::translate(glm::dmat4(1.0), {100.0, 0.0, 0.0})));
+    setScale(id, 2.0);
     look(0, 100.0, true);
-    const NimbrelMatrix same = byValue(glm::dmat4(1.0));
-    const double place[] = {101.1, 2.0, 0.5};
-    double result[] = {-1, -1, -1, 10.0};
-    unsigned char colour[5] = {};
-    EXPECT_EQ(id, findWorldPoint(same, same, place, result, colour));
-    EXPECT_NEAR(101.0, result[0], 1e-6); // the root's first point, at 1, 2, 0.5
-    EXPECT_NEAR(2.0, result[1], 1e-6);
-    EXPECT_NEAR(0.1, result[3], 1e-6);
-    EXPECT_EQ(0, std::memcmp("\x0a\x0b\x0c\x0d\x0e", colour, 5));
+    EXPECT_EQ(id, find({102.1, 4.0, 1.0}));
+    EXPECT_NEAR(102.0, found.result[0], 1e-6); // the root's first point, at 1, 2, 0.5
+    EXPECT_NEAR(4.0, found.result[1], 1e-6);
+    EXPECT_NEAR(0.05, found.result[3], 1e-6) << "as the file has it";
+    EXPECT_EQ((std::array<unsigned char, 5>{10, 11, 12, 13, 14}), found.colour);
 
-    const double distance = result[3];
-    double again[] = {-1, -1, -1, distance};
-    EXPECT_EQ(-1, findWorldPoint(same, same, place, again, colour)) << "not nearer than what is accepted";
-    EXPECT_EQ(-1.0, again[0]);
-    const double outside[] = {99.0, 2.0, 0.5};
-    double far[] = {-1, -1, -1, 10.0};
-    EXPECT_EQ(-1, findWorldPoint(same, same, outside, far, colour)) << "in no node";
+    EXPECT_EQ(-1, find({102.1, 4.0, 1.0}, found.result[3])) << "not nearer than what is accepted";
+    EXPECT_EQ(-1.0, found.result[0]);
+    EXPECT_EQ(-1, find({99.0, 4.0, 1.0})) << "in no node";
     setEnabled(id, false);
-    double hidden[] = {-1, -1, -1, 10.0};
-    EXPECT_EQ(-1, findWorldPoint(same, same, place, hidden, colour));
+    EXPECT_EQ(-1, find({102.1, 4.0, 1.0}));
 }
 
-TEST_F(CameraTest, PrefersTheEarlierOfTwoCloudsAtTheSameDistance) {
+TEST_F(CameraTest, FindsPointsOfTheFirstCloudInsideTheClipBox) {
     const int first = loadSmallCloud("first");
     const int second = loadSmallCloud("second");
     look(0, 0.0, true);
     diskPool().WaitAll();
-    const NimbrelMatrix same = byValue(glm::dmat4(1.0));
-    const double place[] = {1.1, 2.0, 0.5};
-    double result[] = {0, 0, 0, 10.0};
-    unsigned char colour[5];
-    EXPECT_EQ(first, findWorldPoint(same, same, place, result, colour));
+    EXPECT_EQ(first, find({1.1, 2.0, 0.5})) << "both are as near";
+    EXPECT_EQ(10, found.colour[0]);
     setEnabled(first, false);
-    result[3] = 10.0;
-    EXPECT_EQ(second, findWorldPoint(same, same, place, result, colour));
-}
-
-TEST_F(CameraTest, PassesOverPointsOutsideTheClipBox) {
-    const int id = loadSmallCloud();
-    look(0, 0.0, true);
-    const NimbrelMatrix same = byValue(glm::dmat4(1.0));
-    const double planes[] = {-1, 0, 0, -1, 0, 0, 0, -1, 0, 0, -1, 0, 0, 0, -1, 0, 0, -1,
-                             1,  0, 0, .5, 0, 0, 0, 1,  0, 0, 9,  0, 0, 0, 1,  0, 0, 9};
-    const float tint[] = {0, 0, 0, 0};
-    activateClipBox(planes, tint, 0);
-    const double place[] = {1.1, 2.0, 0.5};
-    double result[] = {0, 0, 0, 10.0};
-    unsigned char colour[5];
-    EXPECT_EQ(id, findWorldPoint(same, same, place, result, colour));
-    EXPECT_EQ(20, colour[0]) << "the root's second point, near the corner";
+    EXPECT_EQ(second, find({1.1, 2.0, 0.5}));
+    clipTo({-1, -1, -1}, {0.5, 9, 9}, 0);
+    EXPECT_EQ(second, find({1.1, 2.0, 0.5}));
+    EXPECT_EQ(20, found.colour[0]) << "the root's second point, near the corner";
     EXPECT_TRUE(clipBox.isActive()) << "a query disarms nothing";
     clipBox.setActive(false);
 }
@@ -226,7 +201,7 @@ TEST_F(CameraTest, PassesOverPointsOutsideTheClipBox) {
 TEST_F(CameraTest, ListsThePointsOfAWindowInTheCoordinatesOfTheFile) {
     const int id = loadSmallCloud();
     setScale(id, 2.0);
-    setPointCloudProperties(id, 10000, 0, 0, 0, 0, 2, 5, 0, 0, 0, 0, 0, 100, 20, 2, 0);
+    showAllOf(id);
     look(0, 0.0, true);
     const int count = getWindowPointCount(0);
     ASSERT_EQ(4, count);

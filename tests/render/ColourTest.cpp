@@ -86,6 +86,9 @@ TEST_F(Colours, ShowSelectedPoints) {
     select();
     look();
     expectNear({77, 255, 77}, shown(10, 10), 1); // 0.3, 1.0, 0.3
+    lightState = 2;
+    expectNear({92, 255, 92}, shown(10, 10), 1, "in the shading");
+    lightState = 0;
     pointClouds[0]->changeProperties([](PointCloudProperties& p) { p.hideSelectedPoints = 1; });
     EXPECT_EQ(NOTHING, shown(10, 10));
     std::array<unsigned char, 1024> table{};
@@ -116,14 +119,6 @@ TEST_F(Colours, AreLit) {
     }
 }
 
-TEST_F(Colours, ShowTheSelectionInTheShading) {
-    load({{10, 10}});
-    select();
-    look();
-    lightState = 2;
-    expectNear({92, 255, 92}, shown(10, 10), 1);
-}
-
 // A slope of depth towards the right turns the normal.
 TEST_F(Colours, AreLitByTheSlopeOfTheSurface) {
     std::vector<TestPoint> slope;
@@ -149,42 +144,38 @@ TEST_F(Colours, AreLitByTheSlopeOfTheSurface) {
                right, 2);
 }
 
-namespace {
-struct Plane {
-    const char* name;
-    int height; // of the point, in tenths
-    float blend, offset, shadDist;
-    int repeat;
-    bool hue;
-    Pixel expected;
-};
-} // namespace
-
 TEST_F(Colours, RunWithTheDistanceFromAPlane) {
     load({{10, 10, 0}, {11, 10, 10}, {12, 10, 12}, {13, 10, 20}});
     look();
-    const Plane cases[] = {
-        {"at the plane", 0, 0, 0, 2, 0, false, {255, 0, 0}},
-        {"half way", 10, 0, 0, 2, 0, false, {0, 255, 0}},
-        {"at the end", 20, 0, 0, 2, 0, false, {0, 0, 255}},
-        {"clamped beyond", 20, 0, 0, 1, 0, false, {0, 0, 255}},
-        {"clamped before", 0, 0, 1, 2, 0, false, {255, 0, 0}},
-        {"shifted", 10, 0, 1, 2, 0, false, {255, 0, 0}},
-        {"own colour", 10, 1, 0, 2, 0, false, OWN},
-        {"in the band", 10, 0, 0, 2, 1, false, {0, 255, 0}},
-        {"below the band", 10, 0, 1.5F, 2, 1, false, OWN},
-        {"above the band", 20, 0, 0, 1, 1, false, OWN},
+    struct Case {
+        const char* name;
+        int x; // of the point that is looked at
+        float blend, offset, shadDist;
+        int repeat;
+        bool hue;
+        Pixel expected;
+    };
+    const Case cases[] = {
+        {"at the plane", 10, 0, 0, 2, 0, false, {255, 0, 0}},
+        {"half way", 11, 0, 0, 2, 0, false, {0, 255, 0}},
+        {"at the end", 13, 0, 0, 2, 0, false, {0, 0, 255}},
+        {"clamped beyond", 13, 0, 0, 1, 0, false, {0, 0, 255}},
+        {"clamped before", 10, 0, 1, 2, 0, false, {255, 0, 0}},
+        {"shifted", 11, 0, 1, 2, 0, false, {255, 0, 0}},
+        {"own colour", 11, 1, 0, 2, 0, false, OWN},
+        {"in the band", 11, 0, 0, 2, 1, false, {0, 255, 0}},
+        {"below the band", 11, 0, 1.5F, 2, 1, false, OWN},
+        {"above the band", 13, 0, 0, 1, 1, false, OWN},
         {"repeated", 12, 0, 0, 0.8F, 2, false, {0, 255, 0}},
-        {"rainbow", 10, 0, 0, 2, 0, true, {0, 255, 140}},
+        {"rainbow", 11, 0, 0, 2, 0, true, {0, 255, 140}},
     };
     const double normal[] = {0, 0, 5};
     const double point[] = {3, 3, 0};
     const float colours[3][3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
-    for (const Plane& row : cases) {
-        const int x = row.height == 0 ? 10 : row.height == 10 ? 11 : row.height == 12 ? 12 : 13;
+    for (const Case& row : cases) {
         activateShader(normal, point, row.blend, row.offset, row.shadDist, row.repeat, row.hue, colours[0], colours[1],
                        colours[2]);
-        expectNear(row.expected, shown(x, 10), 1, row.name);
+        expectNear(row.expected, shown(row.x, 10), 1, row.name);
     }
     EXPECT_EQ(OWN, shown(10, 10)) << "armed for one frame";
 }
@@ -192,16 +183,13 @@ TEST_F(Colours, RunWithTheDistanceFromAPlane) {
 TEST_F(Colours, AreClippedByTheBox) {
     const int id = load({{40, 20}, {10, 5}, {20, 20}});
     look();
-    // From 2.04 to 6 in X, 1 to 3 in Y.
-    const double planes[] = {-1, 0, 0, 2.04, 0, 0, 0, -1, 0, 0, 1, 0, 0, 0, -1, 0, 0, -1,
-                             1,  0, 0, 6,    0, 0, 0, 1,  0, 0, 3, 0, 0, 0, 1,  0, 0, 3};
-    const float tint[] = {0, 0, 255, 51};
+    const auto clip = [](int mode) { clipTo({2.04, 1, -1}, {6, 3, 3}, mode, {0, 0, 255, 51}); };
     constexpr Pixel TINTED{160, 80, 91};
     constexpr Pixel RIM{0, 0, 255};
     const std::tuple<int, Pixel, Pixel, Pixel> cases[] = {
         {0, TINTED, NOTHING, TINTED}, {1, TINTED, OWN, TINTED}, {2, TINTED, NOTHING, RIM}, {-1, OWN, OWN, OWN}};
     for (const auto& [mode, inside, outside, atFace] : cases) {
-        activateClipBox(planes, tint, mode);
+        clip(mode);
         EXPECT_EQ(inside, shown(40, 20)) << mode;
         EXPECT_EQ(outside, picture->at(10, 5)) << mode;
         EXPECT_EQ(atFace, picture->at(20, 20)) << mode;
@@ -209,12 +197,12 @@ TEST_F(Colours, AreClippedByTheBox) {
     }
     EXPECT_EQ(OWN, shown(10, 5)) << "armed for one frame";
     processingAtomic = true;
-    activateClipBox(planes, tint, 0);
+    clip(0);
     EXPECT_EQ(NOTHING, shown(10, 5));
     EXPECT_EQ(NOTHING, shown(10, 5)) << "stays armed while a selection runs";
     processingAtomic = false;
     setProperties(id, [](auto& p) { p.ignoreClipBox = 1; });
-    activateClipBox(planes, tint, 0);
+    clip(0);
     EXPECT_EQ(OWN, shown(10, 5));
     EXPECT_FALSE(glIsEnabled(GL_CLIP_DISTANCE0));
 }

@@ -25,7 +25,7 @@ TEST_F(FrameTest, HidesAndIsHiddenByTheHostsPicture) {
     load({{10, 10, 0}, {20, 10, 20}}); // at depths 0.55 and 0.45
     look();
     constexpr Pixel host{1, 1, 1};
-    picture->fill(host, 0.5F);
+    picture->clear(host, 0.5F);
     frame();
     EXPECT_EQ(host, picture->at(10, 10));
     EXPECT_NEAR(0.5F, picture->depthAt(10, 10), 1e-6F);
@@ -44,20 +44,21 @@ TEST_F(FrameTest, PutsThePictureIntoTheOnscreenViewport) {
 }
 
 TEST_F(FrameTest, DrawsEachWindowByItself) {
-    load({{5, 5}});
+    load({{5, 5}}, "first");
+    load({{6, 6}}, "second");
     look(0);
     for (int i = 0; i < 3; ++i) {
         freshFrame(1);
         EXPECT_EQ(Places{}, picture->drawn());
         freshFrame(0);
-        EXPECT_EQ((Places{{5, 5}}), picture->drawn());
+        EXPECT_EQ((Places{{5, 5}, {6, 6}}), picture->drawn());
     }
     unregisterWindow(0);
     freshFrame(0);
     EXPECT_EQ(Places{}, picture->drawn());
 }
 
-TEST_F(FrameTest, PlacesAndScalesClouds) {
+TEST_F(FrameTest, PlacesAndScalesCloudsAndSizesPoints) {
     const int id = load({{5, 5}});
     const glm::dmat4 moved = glm::translate(glm::dmat4(1.0), {1.0, 2.0, 0.0});
     setPointCloudPosition(id, glm::value_ptr(moved));
@@ -65,6 +66,9 @@ TEST_F(FrameTest, PlacesAndScalesClouds) {
     look();
     freshFrame();
     EXPECT_EQ((Places{{26, 36}}), picture->drawn());
+    setProperties(id, [](PointCloudProperties& p) { p.pointSize = 3.0F; });
+    freshFrame();
+    EXPECT_EQ(9U, picture->drawn().size());
 }
 
 TEST_F(FrameTest, LeavesOutDisabledAndExpiredClouds) {
@@ -74,23 +78,16 @@ TEST_F(FrameTest, LeavesOutDisabledAndExpiredClouds) {
     setEnabled(first, false);
     freshFrame();
     EXPECT_EQ((Places{{6, 6}}), picture->drawn());
-    setProtection(second, 1, 1); // ended in 1970
-    freshFrame();
-    EXPECT_EQ(Places{}, picture->drawn());
-    setProtection(second, 0, 1); // no protection, no end
-    freshFrame();
-    EXPECT_EQ((Places{{6, 6}}), picture->drawn());
-    setProtection(second, 1, 0); // never ends
-    freshFrame();
-    EXPECT_EQ((Places{{6, 6}}), picture->drawn());
-}
-
-TEST_F(FrameTest, DrawsPointsInTheirSize) {
-    const int id = load({{40, 20}});
-    setProperties(id, [](PointCloudProperties& p) { p.pointSize = 3.0F; });
-    look();
-    freshFrame();
-    EXPECT_EQ(9U, picture->drawn().size());
+    const std::tuple<int64_t, int64_t, Places> cases[] = {
+        {1, 1, {}},       // ended in 1970
+        {0, 1, {{6, 6}}}, // no protection, no end
+        {1, 0, {{6, 6}}}, // never ends
+    };
+    for (const auto& [value1, value2, expected] : cases) {
+        setProtection(second, value1, value2);
+        freshFrame();
+        EXPECT_EQ(expected, picture->drawn()) << value1 << ", " << value2;
+    }
 }
 
 // The children are too small to be seen; forced, they are read and drawn, and give their buffers back.
@@ -113,23 +110,6 @@ TEST_F(FrameTest, DrawsEverythingInTheViewWhenForced) {
     setForceRender(false);
     freshFrame();
     EXPECT_EQ((Places{{5, 5}}), picture->drawn());
-}
-
-TEST_F(FrameTest, FreesTheBufferOfWhatNoWindowSees) {
-    load({{5, 5}});
-    look(0);
-    look(1);
-    freshFrame(0);
-    GPUBatch* batch = pointClouds[0]->getOPC().getNode(0)->existingBatch(0);
-    const uint32_t buffer = batch->vbo;
-    EXPECT_TRUE(glIsBuffer(buffer));
-    unregisterWindow(0);
-    frame(0);
-    EXPECT_EQ(buffer, batch->vbo) << "the other window sees it";
-    unregisterWindow(1);
-    frame(0);
-    EXPECT_FALSE(glIsBuffer(buffer));
-    EXPECT_EQ(0U, batch->vbo);
 }
 
 TEST_F(FrameTest, LeavesTheHostsStateAsDocumented) {

@@ -26,16 +26,9 @@ void HostPicture::bind() const {
     glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
 }
 
-void HostPicture::clear() const {
+void HostPicture::clear(const Pixel& colour, float depth) const {
     bind();
     glDisable(GL_SCISSOR_TEST);
-    glClearColor(BACKGROUND.r / 255.0F, BACKGROUND.g / 255.0F, BACKGROUND.b / 255.0F, 1.0F);
-    glClearDepth(1.0);
-    glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
-}
-
-void HostPicture::fill(const Pixel& colour, float depth) const {
-    bind();
     glClearColor(static_cast<float>(colour.r) / 255.0F, static_cast<float>(colour.g) / 255.0F,
                  static_cast<float>(colour.b) / 255.0F, 1.0F);
     glClearDepth(double{depth});

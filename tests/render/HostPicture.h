@@ -26,10 +26,7 @@ public:
     HostPicture& operator=(const HostPicture&) = delete;
 
     void bind() const;
-    void clear() const;
-
-    // Fills the whole picture with a colour at a depth.
-    void fill(const Pixel& colour, float depth) const;
+    void clear(const Pixel& colour = BACKGROUND, float depth = 1.0F) const;
 
     // y from the bottom.
     [[nodiscard]] Pixel at(int x, int y) const;
