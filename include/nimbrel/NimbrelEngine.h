@@ -747,8 +747,7 @@ NIMBREL_API void getWindowPoints(int window, double* positions, char* colours, i
 /* ---- Voxel models -----------------------------------------------------------------------------------------------
  * A cloud as a model of cubes, for programs that know no points: its points are counted in the cells of a regular grid,
  * and each cell with at least 11 points becomes a cube, or a block. One export at a time; the progress may be asked for
- * on any
- * thread meanwhile. */
+ * on any thread meanwhile. */
 
 /**
  * Writes a cloud as a model file, on the calling thread; points are binned on as many as there are cores. The stored
@@ -882,8 +881,7 @@ NIMBREL_API double nimbrelGetAnalysisProgress(void);
  * the world; that last length is in the cloud's units, its scale not applied. Clouds that are disabled, masked or
  * protected do not take part. A degenerate triangle is passed over. Lengths are in thousandths of a unit: millimetres,
  * where the unit is a metre. These run on the calling thread and return when they are done; nimbrelGetAnalysisProgress
- * tells how far they
- * are, and nimbrelAbortAnalysis ends them. Any thread. */
+ * tells how far they are, and nimbrelAbortAnalysis ends them. Any thread. */
 
 /**
  * Selects the points by a triangle, in addition to what is selected, and counts the cells of a grid over the triangle.
