@@ -21,22 +21,3 @@ TEST(ByteOfValue, RoundsToNearestAndCaps) {
 TEST(ByteOfValue, GivesBackBytesWidenedBy257) {
     for (int byte = 0; byte < 256; ++byte) EXPECT_EQ(byte, byteOfValue(byte * 257, 65535));
 }
-
-TEST(Channels, AreFoundByManyNames) {
-    const std::pair<const char*, Channel> cases[] = {
-        {"X", X},
-        {"z", Z},
-        {"red", RED},
-        {"R", RED},
-        {"diffuse_blue", BLUE},
-        {"alpha", SKIPPED},
-        {"nx", SKIPPED},
-        {"Intensity", INTENSITY},
-        {"scalar_Intensity", INTENSITY},
-        {"label", CLASS},
-        {"class", CLASS},
-        {"scalar_Classification", CLASS},
-        {"", SKIPPED},
-    };
-    for (const auto& [name, expected] : cases) EXPECT_EQ(expected, channelFromName(name)) << name;
-}

@@ -1,5 +1,4 @@
 #include "build/BuildInputs.h"
-#include "build/InputSequence.h"
 #include "build/ReadAhead.h"
 #include "cloud/CloudTree.h"
 #include "support/Failure.h"
@@ -74,41 +73,28 @@ TEST(BuildInputs, FindsTheScale) {
     EXPECT_EQ(100.0, given.intensityLimit);
 }
 
-TEST(InputSequence, CropsToTheFacesOfTheBox) {
-    PointBatch batch;
-    batch.positions = {0, 0, 0, 1, 1, 1, 1.001, 0, 0, 0.5, 0.5, -0.001, 0.5, 0.5, 0.5};
-    batch.attributes.resize(25);
-    for (size_t i = 0; i < 5; ++i) batch.attributes[i * 5 + 4] = static_cast<unsigned char>(i);
-    EXPECT_EQ(2U, cropBatch(batch, {0, 0, 0, 1, 1, 1}));
-    ASSERT_EQ(3U, batch.size());
-    EXPECT_EQ(0.5, batch.positions[6]);
-    EXPECT_EQ(4, batch.attributes[14]);
-}
-
-TEST(ReadAhead, DeliversInOrderAndThenTheEnd) {
+TEST(ReadAhead, DeliversInOrderAndThenTheEndOrTheFailure) {
     constexpr double BATCHES = 50;
-    double produced = 0;
-    ReadAhead ahead([&produced](PointBatch& batch) {
-        batch.resize(1);
-        batch.positions[0] = produced;
-        return produced++ < BATCHES;
-    });
-    double expected = 0;
-    while (const PointBatch* batch = ahead.next()) EXPECT_EQ(expected++, batch->positions[0]);
-    EXPECT_EQ(BATCHES, expected);
-    EXPECT_EQ(nullptr, ahead.next());
-}
-
-TEST(ReadAhead, ThrowsAfterTheBatchesBefore) {
-    int calls = 0;
-    ReadAhead ahead([&calls](PointBatch& batch) -> bool {
-        batch.resize(1);
-        if (++calls > 2) throw CommandFailure("broken");
-        return true;
-    });
-    EXPECT_NE(nullptr, ahead.next());
-    EXPECT_NE(nullptr, ahead.next());
-    EXPECT_THROW(ahead.next(), CommandFailure);
+    for (const bool fails : {false, true}) {
+        double produced = 0;
+        ReadAhead ahead([&](PointBatch& batch) {
+            if (fails && produced == BATCHES) throw CommandFailure("broken");
+            batch.resize(1);
+            batch.positions[0] = produced;
+            return produced++ < BATCHES;
+        });
+        for (double expected = 0; expected < BATCHES; ++expected) {
+            const PointBatch* batch = ahead.next();
+            ASSERT_NE(nullptr, batch);
+            EXPECT_EQ(expected, batch->positions[0]);
+        }
+        if (fails) {
+            EXPECT_THROW(ahead.next(), CommandFailure);
+        } else {
+            EXPECT_EQ(nullptr, ahead.next());
+            EXPECT_EQ(nullptr, ahead.next());
+        }
+    }
 }
 
 TEST(ReadAhead, StopsWhenNobodyWantsMore) {

@@ -17,20 +17,13 @@ static std::vector<unsigned char> grid(int spacing) {
     return covered;
 }
 
-TEST(PointSizing, ClosesTheGapsOfTheCoveredPart) {
+TEST(PointSizing, ClosesTheGapsOfTheCoveredPartAsFarAsItLooksLikeACloud) {
     EXPECT_EQ(2.0, choosePointSize(grid(1), SIZE));
     EXPECT_EQ(4.0, choosePointSize(grid(2), SIZE));
-    EXPECT_EQ(5.0, choosePointSize(grid(4), SIZE));
-}
-
-// A thin line covers little of its tiles, but has no gaps.
-TEST(PointSizing, OutlinesAreNoGaps) {
+    for (const int spacing : {4, 16}) EXPECT_EQ(5.0, choosePointSize(grid(spacing), SIZE)) << spacing;
     std::vector<unsigned char> covered(160 * 96, 0);
+    EXPECT_EQ(2.0, choosePointSize(covered, SIZE)) << "an empty picture";
+    // A thin line covers little of its tiles, but has no gaps.
     for (size_t x = 0; x < 160; ++x) covered[40 * 160 + x] = 1;
     EXPECT_EQ(2.0, choosePointSize(covered, SIZE));
-}
-
-TEST(PointSizing, StaysWithinWhatLooksLikeACloud) {
-    EXPECT_EQ(5.0, choosePointSize(grid(16), SIZE));
-    EXPECT_EQ(2.0, choosePointSize(std::vector<unsigned char>(160 * 96, 0), SIZE)) << "an empty picture";
 }

@@ -3,9 +3,7 @@
 #include "readers/ByteInput.h"
 #include "readers/TextFields.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <charconv>
 #include <cmath>
@@ -130,16 +128,6 @@ TEST(TextReader, ScalesColoursOfZeroToOne) {
     EXPECT_EQ((Bytes{0, 1, 1, 0, 0}), readAll(*openBytes(folder, "1 2 3 0 1 1\n")).attributes); // no fraction
 }
 
-TEST(TextReader, AppliesTheScale) {
-    const TemporaryFolder folder;
-    const auto reader = openBytes(folder, "1 2 3 2048 0 32768 65535\n4 5 6 4096 257 514 70000\n", "x,y,z,i,r,g,b");
-    const PointSurvey survey = reader->survey({});
-    EXPECT_EQ(70000, survey.largestColour);
-    EXPECT_EQ(4096, survey.largestIntensity);
-    reader->setScale({65535, 4096});
-    EXPECT_EQ((Bytes{0, 128, 255, 128, 0, 1, 2, 255, 255, 0}), readAll(*reader, 1).attributes);
-}
-
 TEST(TextReader, PassesOverCountLines) {
     const TemporaryFolder folder;
     const auto reader = openBytes(folder, "2\n1 2 3 -5 10 20 30\n4 5 6 -5 10 20 30\n1\n7 8 9 -5 10 20 30\n");
@@ -199,39 +187,6 @@ TEST(TextReader, ReadsAPipeOnce) {
     EXPECT_EQ("cannot be read twice", errorOf([&] { reader->rewind(); }));
 }
 
-TEST(TextReader, ReadsStandardInputFromWhereItStands) {
-    const TemporaryFolder folder;
-    const std::string path = folder.write("points.xyz", "heading\n1 2 3\n");
-    const int saved = dup(STDIN_FILENO);
-    const int file = open(path.c_str(), O_RDONLY);
-    ASSERT_GE(file, 0);
-    lseek(file, 8, SEEK_SET);
-    dup2(file, STDIN_FILENO);
-    close(file);
-    const auto reader = openText("-", {});
-    for (int pass = 0; pass < 2; ++pass) {
-        EXPECT_EQ(1u, readAll(*reader).size());
-        EXPECT_EQ(1, reader->fractionRead());
-        reader->rewind();
-    }
-    dup2(saved, STDIN_FILENO);
-    close(saved);
-}
-
-TEST(TextReader, ReadsLinesAcrossTheWindow) {
-    const TemporaryFolder folder;
-    std::string text;
-    const int lines = 100000; // about twice the window
-    for (int i = 0; i < lines; ++i) text += std::to_string(i) + " 0.5 -" + std::to_string(i) + ".25\r\n";
-    ASSERT_GT(text.size(), ByteInput::CAPACITY);
-    const PointBatch batch = readAll(*openBytes(folder, text));
-    ASSERT_EQ(static_cast<size_t>(lines), batch.size());
-    for (size_t i = 0; i < batch.size(); ++i) {
-        ASSERT_EQ(static_cast<double>(i), batch.positions[i * 3]);
-        ASSERT_EQ(-static_cast<double>(i) - 0.25, batch.positions[i * 3 + 2]);
-    }
-}
-
 TEST(TextReader, StopsASurveyWhenAsked) {
     const TemporaryFolder folder;
     std::string text;
@@ -241,29 +196,4 @@ TEST(TextReader, StopsASurveyWhenAsked) {
     EXPECT_GT(count, 0u);
     EXPECT_LT(count, 200000u);
     EXPECT_EQ(200000u, readAll(*reader).size());
-}
-
-TEST(TextReader, ReadsRealClouds) {
-    const std::tuple<const char*, uint64_t, std::array<double, 6>, std::array<unsigned char, 3>> cases[] = {
-        {"milk_rgb.xyz",
-         13704,
-         {-0.140082896, -0.263779998, 0.713999987, 0.01380667, -0.0117285699, 0.890999973},
-         {103, 90, 85}},
-        {"odd/georeferenced_rgb.xyz",
-         100,
-         {665171.375, 5648340.5, 233.514072, 665187.871, 5648381.9, 245.90329},
-         {117, 73, 49}},
-    };
-    for (const auto& [name, count, bounds, colour] : cases) {
-        const std::string path = realCloud(name);
-        if (path.empty()) GTEST_SKIP() << name << " is not there";
-        const auto reader = openText(path, {});
-        EXPECT_EQ("text, columns x y z r g b (guessed)", reader->describe());
-        const PointSurvey survey = reader->survey({});
-        EXPECT_EQ(count, survey.count) << name;
-        for (size_t i = 0; i < 6; ++i) EXPECT_NEAR(bounds[i], survey.bounds[i], 1e-8 * std::abs(bounds[i])) << name;
-        const PointBatch batch = readAll(*reader);
-        for (size_t i = 0; i < 3; ++i) EXPECT_EQ(colour[i], batch.attributes[i]) << name;
-        EXPECT_EQ((std::vector<std::string>{}), reader->warnings());
-    }
 }
