@@ -75,17 +75,22 @@ static int unreadPipe() {
     return ends[1];
 }
 
-static pid_t start(const std::vector<std::string>& arguments, int in, int out, int err) {
-    std::vector<char*> argv{const_cast<char*>(NIMBREL_PROGRAM)};
+static pid_t start(const char* program, const std::vector<std::string>& arguments, int in, int out, int err,
+                   const std::vector<std::string>& environment = {}) {
+    std::vector<char*> argv{const_cast<char*>(program)};
     for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);
+    std::vector<char*> variables; // of a name that is there twice, the first counts
+    for (const std::string& variable : environment) variables.push_back(const_cast<char*>(variable.c_str()));
+    for (char** variable = environ; *variable != nullptr; ++variable) variables.push_back(*variable);
+    variables.push_back(nullptr);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_adddup2(&actions, in, STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&actions, out, STDOUT_FILENO);
     posix_spawn_file_actions_adddup2(&actions, err, STDERR_FILENO);
     pid_t process = -1;
-    const int error = posix_spawn(&process, NIMBREL_PROGRAM, &actions, nullptr, argv.data(), environ);
+    const int error = posix_spawnp(&process, program, &actions, nullptr, argv.data(), variables.data());
     posix_spawn_file_actions_destroy(&actions);
     if (error != 0) throw std::runtime_error("the program cannot be started");
     return process;
@@ -113,7 +118,7 @@ RunResult runNimbrel(const std::vector<std::string>& arguments, const RunSetting
         const Descriptor err(open(errPath.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
         std::unique_ptr<FolderWatch> watch;
         if (!setting.awaited.empty()) watch = std::make_unique<FolderWatch>(setting.awaited);
-        const pid_t process = start(arguments, in.get(), out.get(), err.get());
+        const pid_t process = start(NIMBREL_PROGRAM, arguments, in.get(), out.get(), err.get(), setting.environment);
         const Descriptor handle(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
         if (watch && watch->wait(handle.get())) setting.action(process);
         result.status = waitFor(process, handle.get());
@@ -123,27 +128,37 @@ RunResult runNimbrel(const std::vector<std::string>& arguments, const RunSetting
     return result;
 }
 
-RunningNimbrel::RunningNimbrel(const std::vector<std::string>& arguments) {
+size_t countIn(const std::string& summary, const std::string& name) {
+    const size_t row = summary.find(name);
+    if (row == std::string::npos) return 0;
+    size_t count = 0;
+    for (size_t i = row + name.size(); i < summary.size() && summary[i] != '\n'; ++i) {
+        if (summary[i] >= '0' && summary[i] <= '9') count = count * 10 + static_cast<size_t>(summary[i] - '0');
+    }
+    return count;
+}
+
+RunningProgram::RunningProgram(const char* program, const std::vector<std::string>& arguments) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
     output = ends[0];
     const Descriptor writing(ends[1]);
     const Descriptor nothing(open("/dev/null", O_RDWR | O_CLOEXEC));
-    process = start(arguments, nothing.get(), writing.get(), STDERR_FILENO);
+    process = start(program, arguments, nothing.get(), writing.get(), STDERR_FILENO);
 }
 
-RunningNimbrel::~RunningNimbrel() {
-    if (process > 0) end(SIGKILL);
+RunningProgram::~RunningProgram() {
+    if (process > 0) end(SIGTERM);
     close(output);
 }
 
-std::string RunningNimbrel::readLine() {
+std::string RunningProgram::readLine() {
     std::string line;
     for (char c = 0; read(output, &c, 1) == 1 && c != '\n';) line += c;
     return line;
 }
 
-int RunningNimbrel::end(int signal) {
+int RunningProgram::end(int signal) {
     const Descriptor handle(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
     kill(process, signal);
     return waitFor(std::exchange(process, -1), handle.get());

@@ -18,21 +18,26 @@ struct RunSetting {
     // the program ends first.
     std::string awaited;
     std::function<void(int process)> action;
-    bool closedOutput = false; // standard output is a pipe that nobody reads
-    int inputDescriptor = -1;  // standard input instead of `input`, where not negative
+    bool closedOutput = false;            // standard output is a pipe that nobody reads
+    int inputDescriptor = -1;             // standard input instead of `input`, where not negative
+    std::vector<std::string> environment; // NAME=value, beside what the test itself has
 };
 
 // Runs the real program and waits for its end. A program that hangs is killed after some minutes, and its status is
 // that of the signal.
 RunResult runNimbrel(const std::vector<std::string>& arguments, const RunSetting& setting = {});
 
-// The real program while it goes on running, killed at the latest with the object.
-class RunningNimbrel {
+// The count in the row of a summary that has `name`; 0 when there is none.
+size_t countIn(const std::string& summary, const std::string& name);
+
+// A program while it goes on running, ended at the latest with the object.
+class RunningProgram {
 public:
-    explicit RunningNimbrel(const std::vector<std::string>& arguments);
-    ~RunningNimbrel();
-    RunningNimbrel(const RunningNimbrel&) = delete;
-    RunningNimbrel& operator=(const RunningNimbrel&) = delete;
+    // Throws when it cannot be started.
+    RunningProgram(const char* program, const std::vector<std::string>& arguments);
+    ~RunningProgram();
+    RunningProgram(const RunningProgram&) = delete;
+    RunningProgram& operator=(const RunningProgram&) = delete;
 
     // The next line of its standard output, without the end; empty when there is none.
     std::string readLine();
@@ -43,4 +48,9 @@ public:
 private:
     int process = -1;
     int output = -1; // the reading end of its standard output
+};
+
+class RunningNimbrel : public RunningProgram {
+public:
+    explicit RunningNimbrel(const std::vector<std::string>& arguments) : RunningProgram(NIMBREL_PROGRAM, arguments) {}
 };
