@@ -85,14 +85,12 @@ TEST(LeafFilters, NoiseIsWhatTestingEveryPairFinds) {
     }
 }
 
-TEST(LeafFilters, NoiseNeedsTwentySixNeighbours) {
-    EXPECT_EQ(27U, withoutNoise(std::vector<BuildPoint>(27), 0.5).size());
-    EXPECT_EQ(0U, withoutNoise(std::vector<BuildPoint>(26), 0.5).size());
+TEST(LeafFilters, NoiseNeedsTwentySixNeighboursWithinTheRadius) {
+    std::vector<BuildPoint> points(27);
+    EXPECT_EQ(27U, withoutNoise(points, 0.5).size());
+    points.back().position[1] = 0.5; // strictly nearer: at the radius does not count
+    EXPECT_EQ(0U, withoutNoise(points, 0.5).size());
     EXPECT_EQ(0U, withoutNoise({}, 0.5).size());
-    // Strictly nearer: a point at the radius does not count.
-    std::vector<BuildPoint> pair(27);
-    pair.back().position[1] = 0.5;
-    EXPECT_EQ(0U, withoutNoise(pair, 0.5).size());
 }
 
 } // namespace

@@ -35,28 +35,6 @@ TEST(MemoryMappedFile, OpensByTheTableOfModes) {
     }
 }
 
-TEST(MemoryMappedFile, MapsFromAnyOffset) {
-    const TempDir dir;
-    Bytes bytes(10000);
-    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<unsigned char>(i % 251);
-    const std::string path = dir.write("file", bytes);
-    read_only_mmf file;
-    file.open(path.c_str(), false);
-    const std::tuple<uint64_t, uint64_t, uint64_t> cases[] = {// offset, size asked for, size mapped
-                                                              {0, 0, 10000},      {5001, 10, 10}, {5001, 0, 4999},
-                                                              {5001, 9000, 4999}, {9999, 1, 1},   {10000, 1, 0}};
-    for (const auto& [offset, asked, mapped] : cases) {
-        file.map(offset, asked);
-        ASSERT_EQ(mapped, file.mapped_size()) << offset;
-        ASSERT_EQ(mapped > 0, file.data() != nullptr) << offset;
-        const auto from = bytes.begin() + static_cast<ptrdiff_t>(offset);
-        EXPECT_TRUE(std::equal(file.data(), file.data() + mapped, from)) << offset;
-    }
-    file.open(dir.path("missing").c_str(), true);
-    EXPECT_FALSE(file.is_open());
-    EXPECT_EQ(nullptr, file.data());
-}
-
 TEST(MemoryMappedFile, WritableMapPastTheEndGrowsTheFile) {
     const TempDir dir;
     const std::string path = dir.write("file", {1, 2, 3});

@@ -7,8 +7,6 @@
 #include "stream/OPC.h"
 
 #include <algorithm>
-
-#include <cmath>
 #include <cstdlib>
 
 namespace {

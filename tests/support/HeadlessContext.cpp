@@ -20,12 +20,11 @@ EGLDisplay softwareDisplay() {
 
 HeadlessContext::HeadlessContext(const HeadlessContext* shared) : display(softwareDisplay()) {
     eglBindAPI(EGL_OPENGL_API);
+    // Of OpenGL 3.2 and later, the core profile is what one gets unasked.
     const EGLint wanted[] = {EGL_CONTEXT_MAJOR_VERSION,
                              4,
                              EGL_CONTEXT_MINOR_VERSION,
                              1,
-                             EGL_CONTEXT_OPENGL_PROFILE_MASK,
-                             EGL_CONTEXT_OPENGL_CORE_PROFILE_BIT,
                              EGL_CONTEXT_OPENGL_FORWARD_COMPATIBLE,
                              EGL_TRUE,
                              EGL_NONE};
