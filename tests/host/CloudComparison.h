@@ -2,8 +2,6 @@
 
 #include "readers/PointReader.h"
 
-#include <array>
-
 // How two sets of points differ.
 struct CloudDifference {
     size_t missing = 0;    // points of the first that no point of the second stands for
@@ -13,6 +11,3 @@ struct CloudDifference {
 // Pairs up the points of two sets, in whatever order they are: two points can be paired if no coordinate differs by
 // more than `tolerance` and all attributes are equal. Finds a pairing with as many pairs as there can be.
 CloudDifference compareClouds(const PointBatch& expected, const PointBatch& actual, double tolerance);
-
-// Keeps the bits of each attribute that the mask has.
-void maskAttributes(PointBatch& batch, const std::array<unsigned char, 5>& mask);
