@@ -73,31 +73,6 @@ protected:
     std::string token;
 };
 
-TEST_F(CloudStubTest, PutsTogetherOnlyWhatCameWhole) {
-    const std::string bytes = someBytes(200'000);
-    const std::string upload = "/MultipartAction/?filename=a&b%20c.opc&job=";
-    const std::string id = call(upload + "init&fileSize=2");
-    const auto part = [&](int number) {
-        return call(upload + "upload&uploadID=" + id + "&partNumber=" + std::to_string(number));
-    };
-    const auto complete = [&] { return call(upload + "complete&uploadID=" + id); };
-    const std::string second = part(2);
-    EXPECT_EQ(200, put(second, bytes.substr(100'000)));
-    const std::string first = part(1);
-    const StubFault faults[] = {{.reset = true}, {.status = 503}, {.cutAfter = 5000}};
-    for (const StubFault& fault : faults) {
-        EXPECT_EQ("", complete()) << "part 1 is missing";
-        stub->setFaults([&fault](const StubRequest&) { return fault; });
-        EXPECT_EQ(fault.status == 0 ? -1 : fault.status, put(first, bytes.substr(0, 100'000)));
-        stub->setFaults({});
-    }
-    EXPECT_EQ(200, put(first, bytes.substr(0, 100'000)));
-    EXPECT_EQ("OK", complete());
-    EXPECT_EQ(404, put(second, "late")) << "the upload is over";
-    EXPECT_EQ(std::vector<std::string>{"eu/anna/a&b c.opc"}, stub->keys());
-    EXPECT_EQ(bytes, get(call("/GetSignedURL/?file=eu/anna/a&b%20c.opc"))->body);
-}
-
 TEST_F(CloudStubTest, LetsNobodyBeyondTheirAccount) {
     EXPECT_EQ(400, api("/Login/?product=1", "username=anna&password=secret").first);
     EXPECT_EQ(401, api("/ListFiles/", "").first);

@@ -138,7 +138,7 @@ TEST_F(CloudRead, StreamsWhatALocalFileGives) {
 
     // The same file, or one of the same name and form with other points at its end. `state` stands in its header.
     ASSERT_EQ(0, signIn());
-    const Bytes built = bytesAt(dir.path("built.opc"));
+    const Bytes built = dir.read("built.opc");
     const auto open = [&](unsigned char state, bool isOther) {
         closePointCloud(id);
         Bytes bytes = built;

@@ -2,7 +2,6 @@
 #include "remote/ConnectionPool.h"
 
 #include <csignal>
-#include <fstream>
 #include <random>
 
 CloudTest::~CloudTest() {
@@ -41,11 +40,6 @@ Bytes CloudTest::noise(size_t size, uint32_t seed) {
     Bytes bytes(size);
     for (unsigned char& byte : bytes) byte = static_cast<unsigned char>(random());
     return bytes;
-}
-
-Bytes CloudTest::bytesAt(const std::filesystem::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 std::vector<StubRequest> CloudTest::requestsTo(std::string_view target) const {

@@ -23,7 +23,6 @@ protected:
 
     static int signIn() { return loginGlimmet(L"ada", L"pass word", 7); }
     [[nodiscard]] static Bytes noise(size_t size, uint32_t seed = 1);
-    [[nodiscard]] static Bytes bytesAt(const std::filesystem::path& file);
 
     // Requests to the API whose target begins so.
     [[nodiscard]] std::vector<StubRequest> requestsTo(std::string_view target) const;

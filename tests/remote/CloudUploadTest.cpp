@@ -20,7 +20,9 @@ protected:
         while (nimbrelGlimmetUploadState() == 1) std::this_thread::sleep_for(std::chrono::milliseconds(5));
         return nimbrelGlimmetUploadState();
     }
-    [[nodiscard]] Bytes stored(const std::string& name) const { return bytesAt(service->objectFile(PREFIX + name)); }
+    [[nodiscard]] Bytes stored(const std::string& name) const {
+        return dir.read(service->objectFile(PREFIX + name).lexically_relative(dir.path(".")).string());
+    }
     // The jobs asked for, in order, each once.
     [[nodiscard]] std::string jobs(const std::string& name) const {
         std::string text;
