@@ -17,9 +17,8 @@ constexpr const char* OUTPUTS[] = {"out0", "out1", "out2"};
 
 // What no cloud is behind.
 std::wstring oddPath(const TempDir& dir, uint8_t choice) {
-    const std::wstring odd[] = {
-        L"",         dir.widePath(""), dir.widePath("missing/out"), std::wstring(5000, L'x'), L"\x110000",
-        L"\xD800/x", L"/dev/full",     dir.widePath("out0")};
+    const std::wstring odd[] = {L"",         dir.widePath(""), dir.widePath("missing/out"), std::wstring(5000, L'x'),
+                                L"\x110000", L"\xD800/x",      dir.widePath("full"),        dir.widePath("out0")};
     return odd[choice % std::size(odd)];
 }
 
@@ -39,6 +38,8 @@ HostFolder::HostFolder() {
     damaged[124] = 0xFF;
     add("damaged", damaged);
     add("empty", {});
+    // A full disk, by a name that may well be replaced.
+    std::filesystem::create_symlink("/dev/full", dir.path("full"));
 }
 
 void HostFolder::add(const std::string& name, const Bytes& bytes) {

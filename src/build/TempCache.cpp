@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <limits>
 #include <system_error>
 #include <unistd.h>
@@ -120,7 +121,8 @@ void TempCache::transferToOPC(OPCCreator& creator, int batch, const double* a, c
 bool TempCache::closeTempCache() {
     if (!file.is_open()) return true;
     if (file.close() != 0) return false;
-    ::unlink(path.c_str());
+    std::error_code failure;
+    if (std::filesystem::is_regular_file(path, failure)) ::unlink(path.c_str()); // a device stays
     path.clear();
     buffer = {};
     return true;
