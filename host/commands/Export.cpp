@@ -120,10 +120,6 @@ static void runExport(const ExportOptions& options, Host& host) {
     warn(facts, model, options.output, host.console);
     ModelExport work(options.output, options.force);
     const NimbrelVoxelReport report = work.run(cloud.id(), static_cast<uint64_t>(facts.points), model, host.console);
-    if (report.unreadNodes > 0) {
-        host.console.error(fmt::format("{}: warning: {} nodes can't be read; their points are missing in the model",
-                                       options.file, report.unreadNodes));
-    }
     if (report.cubes == 0) {
         host.console.error(
             fmt::format("{}: warning: the model is empty: no cell of {:g} holds 11 points; a larger --voxel helps",
@@ -131,6 +127,10 @@ static void runExport(const ExportOptions& options, Host& host) {
     }
     const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
     if (!host.console.isQuiet()) printSummary(options, model, report, taken.count(), host);
+    if (report.unreadNodes > 0) {
+        throw CommandFailure(options.file, fmt::format("{} can't be read: the model lacks what points they hold",
+                                                       counted(static_cast<uint64_t>(report.unreadNodes), "node")));
+    }
 }
 
 void addExportCommand(CLI::App& program, Command& chosen) {

@@ -43,6 +43,12 @@ TEST(Export, WritesEachFormAndRefusesWhatItCannot) {
     EXPECT_NE(std::string::npos,
               run("e.stl", {"--voxel", "1", "--scale", "1000"}).err.find("warning: the model is empty"));
 
+    const std::string cut = folder.write("cut.opc", bytesOf(cloud).substr(0, bytesOf(cloud).size() - 1));
+    const RunResult rest = runNimbrel({"export", cut, "-o", folder.file("rest.stl"), "--voxel", "1"});
+    EXPECT_EQ(1, rest.status);
+    EXPECT_NE(std::string::npos, rest.err.find("cut.opc: 1 node can't be read")) << rest.err;
+    EXPECT_TRUE(std::filesystem::exists(folder.file("rest.stl")));
+
     std::filesystem::create_directory(folder.file("n.obj.parts")); // of one that was killed
     const std::tuple<const char*, std::vector<std::string>, int, const char*> refused[] = {
         {"a model.x.obj", {}, 1, "a model.x.obj: already exists"},
