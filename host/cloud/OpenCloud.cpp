@@ -38,8 +38,14 @@ static T headerValue(const std::array<char, HEADER_SIZE>& header, size_t offset)
     return value;
 }
 
-// What people most often get wrong about a file that the engine did not open; empty when it is something else.
-static std::string commonMistake(const std::string& path) {
+// What people most often get wrong about what the engine did not open; empty when it is something else.
+static std::string commonMistake(const std::string& path, SourceKind kind) {
+    if (kind == SourceKind::POINT_SERVER) {
+        const size_t slash = path.find('/', path.find("//") + 2);
+        if (slash != std::string::npos && slash + 1 < path.size()) return {};
+        return "names a server, but none of the point files on it";
+    }
+    if (kind != SourceKind::LOCAL_FILE) return {};
     std::error_code ignored;
     if (!std::filesystem::is_regular_file(path, ignored)) return {};
     if (access(path.c_str(), R_OK) != 0) return std::string("cannot be opened: ") + std::strerror(errno);
@@ -54,7 +60,7 @@ OpenCloud::OpenCloud(const std::string& pathToOpen)
     : path(pathToOpen), name(labelOfSource(path)), kind(kindOfSource(path)), cloud(openCloudSource(path)) {
     if (cloud >= 0) return;
     const std::string reason = nimbrelLastError();
-    const std::string mistake = kind == SourceKind::LOCAL_FILE ? commonMistake(path) : std::string();
+    const std::string mistake = commonMistake(path, kind);
     if (!mistake.empty()) throw CommandFailure(name, mistake);
     throw CommandFailure(name, reason.empty() ? "cannot be opened" : reason);
 }

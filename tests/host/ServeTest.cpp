@@ -97,6 +97,7 @@ TEST_F(Serve, GivesTheCloudsAsTheyAreInTheirFiles) {
     }
     const RunResult info = runNimbrel({"info", url + "/town a.opc", "--json"});
     EXPECT_NE(std::string::npos, info.out.find("\"points\": 300000")) << info.out << info.err;
+    EXPECT_NE(std::string::npos, runNimbrel({"info", url + "/"}).err.find("none of the point files"));
     const RunResult missing = runNimbrel({"info", url + "/none.opc"});
     EXPECT_EQ(1, missing.status);
     EXPECT_NE(std::string::npos, missing.err.find("/none.opc: the server answered with status 404")) << missing.err;
